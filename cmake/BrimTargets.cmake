@@ -1,0 +1,30 @@
+# What every target of the tree shares: warnings, sanitizers, and the function that declares a test program.
+
+# Warnings are private to the tree: link brim_warnings PRIVATE.
+add_library(brim_warnings INTERFACE)
+target_compile_options(brim_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+
+# Sanitizers reach every target of the build, the library included: link brim_sanitizers PRIVATE.
+set(BRIM_SANITIZE "" CACHE STRING "Sanitizers to build with: empty, address;undefined or thread")
+add_library(brim_sanitizers INTERFACE)
+if(BRIM_SANITIZE)
+  list(JOIN BRIM_SANITIZE "," _brim_sanitizers)
+  target_compile_options(brim_sanitizers INTERFACE
+    -fsanitize=${_brim_sanitizers} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(brim_sanitizers INTERFACE -fsanitize=${_brim_sanitizers})
+  target_compile_definitions(brim_sanitizers INTERFACE BRIM_SANITIZED=1)
+endif()
+
+# brim_add_test(NAME SOURCES ... [LIBRARIES ...]): one GoogleTest program, its tests registered with CTest
+# one by one, each in a process of its own.
+function(brim_add_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES")
+  add_executable(${name} ${arg_SOURCES})
+  target_compile_features(${name} PRIVATE cxx_std_20)
+  target_link_libraries(${name} PRIVATE
+    ${arg_LIBRARIES} brimportable::brimportable GTest::gtest_main GTest::gmock brim_warnings brim_sanitizers)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support)
+  target_link_libraries(${name} PRIVATE brimportable_private_headers)
+  gtest_discover_tests(${name} TEST_PREFIX "${name}/" DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
+endfunction()

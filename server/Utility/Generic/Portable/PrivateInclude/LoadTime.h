@@ -1,0 +1,9 @@
+// What modules do once when the library is loaded. The table in SUPOSInit.cpp calls them in its fixed order.
+#pragma once
+
+namespace sup::loadtime {
+
+/// Reads VANTA_HX_ALLOCATION_PADDING (memoryallocatorgateway.cpp).
+void computeAllocationPadding();
+
+} // namespace sup::loadtime

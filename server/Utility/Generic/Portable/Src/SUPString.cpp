@@ -1,0 +1,10 @@
+#include "Utility/Generic/Portable/SUPString.h"
+
+namespace sup {
+
+template struct string_details::StringData<wchar_t>;
+template struct string_details::StringData<char>;
+template class String<wchar_t>;
+template class String<char>;
+
+} // namespace sup

@@ -1,0 +1,130 @@
+// The UTF-8 hot loops, over pointers. EncodingUTF8.h tells the rules; what happens to one character is written here
+// once, and the loops only find runs that need no care.
+#pragma once
+
+#include <cstddef>
+
+namespace sup::kernels {
+
+/// How far a loop came on either side.
+struct DecodeProgress {
+    const char* src;
+    wchar_t* dst;
+};
+struct EncodeProgress {
+    const wchar_t* src;
+    char* dst;
+};
+
+/// One decoded sequence: its value, and the bytes it took; 0 bytes when `end` cuts the sequence.
+struct DecodedSequence {
+    char32_t value;
+    std::size_t consumed;
+};
+
+constexpr char32_t kReplacement = 0xFFFD;
+constexpr char32_t kFirstHighSurrogate = 0xD800;
+constexpr char32_t kFirstLowSurrogate = 0xDC00;
+constexpr char32_t kFirstSupplementary = 0x10000;
+constexpr char32_t kLastCodePoint = 0x10FFFF;
+
+inline bool isContinuation(unsigned char byte) noexcept { return (byte & 0xC0U) == 0x80U; }
+inline bool isHighSurrogate(char32_t unit) noexcept { return (unit & ~0x3FFU) == kFirstHighSurrogate; }
+inline bool isLowSurrogate(char32_t unit) noexcept { return (unit & ~0x3FFU) == kFirstLowSurrogate; }
+
+/// The length that a lead byte announces; 1 for everything that leads nothing.
+inline std::size_t announcedLength(unsigned char lead) noexcept {
+    return lead < 0xC0 || lead >= 0xF8 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+}
+
+/// Decodes the sequence at `src`, which is not `end`.
+inline DecodedSequence decodeSequence(const char* src, const char* end) noexcept {
+    const auto at = [src](std::size_t i) { return static_cast<unsigned char>(src[i]); };
+    const unsigned char lead = at(0);
+    const std::size_t length = announcedLength(lead);
+    if (length == 1) {
+        return {lead < 0x80 ? lead : kReplacement, 1};
+    }
+    if (static_cast<std::size_t>(end - src) < length) {
+        return {kReplacement, 0};
+    }
+    const auto payload = [at](std::size_t i) { return static_cast<char32_t>(at(i) & 0x3FU); };
+    if (length == 2) {
+        if (!isContinuation(at(1))) {
+            return {kReplacement, 1};
+        }
+        const char32_t value = (lead & 0x1FU) << 6 | payload(1);
+        return {value < 0x80 ? kReplacement : value, 2};
+    }
+    // Lenient on purpose: one continuation byte among the trailing ones is enough.
+    if (length == 3) {
+        if (!isContinuation(at(1)) && !isContinuation(at(2))) {
+            return {kReplacement, 1};
+        }
+        const char32_t value = (lead & 0x0FU) << 12 | payload(1) << 6 | payload(2);
+        return {value < 0x800 ? kReplacement : value, 3};
+    }
+    if (!isContinuation(at(1)) && !isContinuation(at(2)) && !isContinuation(at(3))) {
+        return {kReplacement, 1};
+    }
+    const char32_t value = (lead & 0x07U) << 18 | payload(1) << 12 | payload(2) << 6 | payload(3);
+    return {value < kFirstSupplementary || value > kLastCodePoint ? kReplacement : value, 4};
+}
+
+/// The wide units of a decoded value, and writing them.
+inline std::size_t unitCount(char32_t value) noexcept { return value < kFirstSupplementary ? 1 : 2; }
+inline wchar_t* writeUnits(char32_t value, wchar_t* dst) noexcept {
+    if (value < kFirstSupplementary) {
+        *dst++ = static_cast<wchar_t>(value);
+    } else {
+        *dst++ = static_cast<wchar_t>(kFirstHighSurrogate + ((value - kFirstSupplementary) >> 10));
+        *dst++ = static_cast<wchar_t>(kFirstLowSurrogate + (value & 0x3FFU));
+    }
+    return dst;
+}
+
+/// One encoded character: up to four bytes, and the units it took.
+struct EncodedCharacter {
+    char bytes[4];
+    std::size_t length;
+    std::size_t consumed;
+};
+
+/// Encodes the character at `src`, which is not `end`.
+inline EncodedCharacter encodeCharacter(const wchar_t* src, const wchar_t* end) noexcept {
+    const auto tag = [](char32_t bits, unsigned int mark) { return static_cast<char>(bits | mark); };
+    char32_t c = static_cast<char32_t>(*src);
+    std::size_t consumed = 1;
+    if (c < 0x80) {
+        return {{static_cast<char>(c)}, 1, 1};
+    }
+    if (c < 0x800) {
+        return {{tag(c >> 6, 0xC0), tag(c & 0x3FU, 0x80)}, 2, 1};
+    }
+    if (isHighSurrogate(c) && end - src > 1 && isLowSurrogate(static_cast<char32_t>(src[1]))) {
+        c = ((c - kFirstHighSurrogate) << 10) + (static_cast<char32_t>(src[1]) - kFirstLowSurrogate) +
+            kFirstSupplementary;
+        consumed = 2;
+    }
+    if (c < kFirstSupplementary) {
+        return {{tag(c >> 12, 0xE0), tag(c >> 6 & 0x3FU, 0x80), tag(c & 0x3FU, 0x80)}, 3, 1};
+    }
+    if (c > kLastCodePoint) {
+        return {{'?'}, 1, 1};
+    }
+    return {{tag(c >> 18, 0xF0), tag(c >> 12 & 0x3FU, 0x80), tag(c >> 6 & 0x3FU, 0x80), tag(c & 0x3FU, 0x80)},
+            4,
+            consumed};
+}
+
+/// Decodes [src, end) into `dst`, which has room for end - src units. Stops before a sequence that `end` cuts.
+DecodeProgress decodeUtf8(const char* src, const char* end, wchar_t* dst) noexcept;
+
+/// Encodes [src, end) into `dst`, which has room for three bytes a unit. Stops before a unit above 0xFFFF, which
+/// may need four, and before a high surrogate at the very end, whose pair it cannot see.
+EncodeProgress encodeUtf8(const wchar_t* src, const wchar_t* end, char* dst) noexcept;
+
+/// T2NEncodingUTF8::calculateExactSize().
+std::size_t exactUtf8Size(const wchar_t* src, std::size_t srcLen) noexcept;
+
+} // namespace sup::kernels

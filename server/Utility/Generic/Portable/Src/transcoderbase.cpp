@@ -1,0 +1,7 @@
+#include "Utility/Generic/Portable/transcoderbase.h"
+
+namespace sup::transcodeimpl {
+
+TranscoderImplBase::~TranscoderImplBase() = default;
+
+} // namespace sup::transcodeimpl

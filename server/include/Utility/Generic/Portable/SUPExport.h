@@ -1,0 +1,4 @@
+// The one export macro. The library is built with hidden visibility; what carries BRIMPORTABLE_API is its interface.
+#pragma once
+
+#define BRIMPORTABLE_API __attribute__((visibility("default")))
