@@ -1,9 +1,9 @@
 // Lines on standard output for diagnostics, with wide text in them.
 //
-// printf("%ls") gives up in the middle of a line at the first character that the locale cannot show, and at every
-// surrogate pair. DiagnosticLine writes the same bytes wherever that works, joins pairs, and shows "?" for the
-// rest. It neither allocates nor changes the stream's orientation (a wide one would swallow every later narrow
-// print of the host).
+// printf("%ls") gives up in the middle of a line at the first character that the locale cannot show, and at
+// every surrogate pair. DiagnosticLine writes the same bytes wherever that works, joins pairs, and shows "?"
+// for the rest. It neither allocates nor changes the stream's orientation (a wide one would swallow every
+// later narrow print of the host).
 #pragma once
 
 #include "Utility/Generic/Portable/SUPExport.h"
@@ -12,8 +12,8 @@
 
 namespace sup {
 
-/// One line, or several, that other threads' output cannot break: the stream is locked while the object lives. The
-/// destructor flushes, so the line is seen even when abort() follows.
+/// One line, or several, that other threads' output cannot break: the stream is locked while the object
+/// lives. The destructor flushes, so the line is seen even when abort() follows.
 class BRIMPORTABLE_API DiagnosticLine {
 public:
     DiagnosticLine() noexcept;

@@ -1,5 +1,5 @@
-// The empty bases of the encoding functors. N is the narrow side (bytes), T the target or wide side; an N2T functor
-// decodes, a T2N functor encodes.
+// The empty bases of the encoding functors. N is the narrow side (bytes), T the target or wide side; an N2T
+// functor decodes, a T2N functor encodes.
 #pragma once
 
 namespace sup::transcodeimpl {

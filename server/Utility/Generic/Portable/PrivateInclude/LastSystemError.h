@@ -1,4 +1,5 @@
-// The operating system's last error, for reports below the operating-system layer, which defines these (SUPOSError.cpp).
+// The operating system's last error, for reports below the operating-system layer, which defines these
+// (SUPOSError.cpp).
 #pragma once
 
 #include "Utility/Generic/Portable/SUPString.h"

@@ -3,7 +3,8 @@
 
 #include "Utility/Generic/Portable/SUPOSBase.h"
 
-class BRIMPORTABLE_API SingleThreadedUtilityPortableErrorMessageManager : public UtilityPortableErrorMessageManager {
+class BRIMPORTABLE_API SingleThreadedUtilityPortableErrorMessageManager
+    : public UtilityPortableErrorMessageManager {
 public:
     SingleThreadedUtilityPortableErrorMessageManager() = default;
     ~SingleThreadedUtilityPortableErrorMessageManager() override;

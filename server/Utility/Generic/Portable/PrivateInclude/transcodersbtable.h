@@ -21,6 +21,13 @@ namespace sup::transcodeimpl {
 
 namespace sbtable_details {
 
+// Here and not in the class, whose members are exported for each instantiation.
+constexpr const char* kThisFile = "server/Utility/Generic/Portable/PrivateInclude/transcodersbtable.h";
+constexpr int kAllocationLine = 117;
+
+constexpr std::size_t kTooSmall = static_cast<std::size_t>(-1);
+constexpr wchar_t kUndefined = 0xFFFD;
+constexpr char kUnmappable = '?';
 constexpr std::size_t kBlock = 16;
 
 constexpr bool isHighSurrogate(wchar_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
@@ -111,13 +118,6 @@ private:
     using ExtrasMap = std::unordered_map<wchar_t, char, std::hash<wchar_t>, std::equal_to<wchar_t>,
                                          BrimStlAllocator<std::pair<const wchar_t, char>>>;
 
-    static constexpr size_type kTooSmall = static_cast<size_type>(-1);
-    static constexpr wchar_t kUndefined = 0xFFFD;
-    static constexpr char kUnmappable = '?';
-    static constexpr const char* kThisFile =
-        "server/Utility/Generic/Portable/PrivateInclude/transcodersbtable.h";
-    static constexpr int kAllocationLine = 117;
-
     template <bool bWithCallback>
     size_type encode(const wide_char* src, size_type srcLen, char* dst, size_type dstLen, callback cb,
                      callbackParam cbParam) const;
@@ -132,7 +132,7 @@ template <unsigned IdentityLimit, unsigned PrimaryLimit, bool bAnyExtras>
 TranscoderSBTable<IdentityLimit, PrimaryLimit, bAnyExtras>::TranscoderSBTable(
     const UnicodeMultibyteMapping* table)
     : m_vPrimaryUnicode{} {
-    m_vMB2Unicode.fill(kUndefined);
+    m_vMB2Unicode.fill(sbtable_details::kUndefined);
     for (unsigned value = 0; value < IdentityLimit; ++value) {
         m_vPrimaryUnicode[value] = static_cast<char>(value);
         m_vMB2Unicode[value] = static_cast<wchar_t>(value);
@@ -151,7 +151,7 @@ TranscoderSBTable<IdentityLimit, PrimaryLimit, bAnyExtras>::TranscoderSBTable(
 template <unsigned IdentityLimit, unsigned PrimaryLimit, bool bAnyExtras>
 TranscoderImplBase* TranscoderSBTable<IdentityLimit, PrimaryLimit, bAnyExtras>::CreateTranscoderTable(
     const UnicodeMultibyteMapping* table, std::size_t /*param*/) {
-    return new (kThisFile, kAllocationLine) TranscoderSBTable(table);
+    return new (sbtable_details::kThisFile, sbtable_details::kAllocationLine) TranscoderSBTable(table);
 }
 
 template <unsigned IdentityLimit, unsigned PrimaryLimit, bool bAnyExtras>
@@ -170,7 +170,7 @@ template <unsigned IdentityLimit, unsigned PrimaryLimit, bool bAnyExtras>
 auto TranscoderSBTable<IdentityLimit, PrimaryLimit, bAnyExtras>::multibyteToUnicode(
     const char* src, size_type srcLen, wide_char* dst, size_type dstLen, state* /*ctx*/) const -> size_type {
     if (dstLen < srcLen) {
-        return kTooSmall;
+        return sbtable_details::kTooSmall;
     }
     size_type done = 0;
     while (done != srcLen) {
@@ -189,7 +189,7 @@ auto TranscoderSBTable<IdentityLimit, PrimaryLimit, bAnyExtras>::unicodeToMultib
     const wide_char* src, size_type srcLen, char* dst, size_type dstLen, state* /*ctx*/, callback cb,
     callbackParam cbParam) const -> size_type {
     if (dstLen < srcLen) {
-        return kTooSmall;
+        return sbtable_details::kTooSmall;
     }
     return cb == nullptr ? encode<false>(src, srcLen, dst, dstLen, cb, cbParam)
                          : encode<true>(src, srcLen, dst, dstLen, cb, cbParam);
@@ -235,15 +235,15 @@ auto TranscoderSBTable<IdentityLimit, PrimaryLimit, bAnyExtras>::encode(
             if constexpr (bWithCallback) {
                 const size_type given = cb(cbParam, src + read, units, dst + written, dstLen - written);
                 if (given > dstLen - written) { // -1 too
-                    return kTooSmall;
+                    return sbtable_details::kTooSmall;
                 }
                 written += given;
                 read += units;
                 if (dstLen - written < srcLen - read) {
-                    return kTooSmall;
+                    return sbtable_details::kTooSmall;
                 }
             } else {
-                dst[written++] = kUnmappable;
+                dst[written++] = sbtable_details::kUnmappable;
                 read += units;
             }
         }

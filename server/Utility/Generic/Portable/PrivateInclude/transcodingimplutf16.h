@@ -1,4 +1,5 @@
-// The UTF-16 transcoders: big-endian (code page 1200) and little-endian (1201). EncodingUTF16.h tells the rules.
+// The UTF-16 transcoders: big-endian (code page 1200) and little-endian (1201). EncodingUTF16.h tells the
+// rules.
 #pragma once
 
 #include "Utility/Generic/Portable/transcoderbase.h"
@@ -12,13 +13,15 @@ public:
 
     size_type multibyteToUnicode(const char* src, size_type srcLen, wide_char* dst, size_type dstLen,
                                  state* ctx) const override;
-    size_type unicodeToMultibyte(const wide_char* src, size_type srcLen, char* dst, size_type dstLen, state* ctx,
-                                 callback cb, callbackParam cbParam) const override;
+    size_type unicodeToMultibyte(const wide_char* src, size_type srcLen, char* dst, size_type dstLen,
+                                 state* ctx, callback cb, callbackParam cbParam) const override;
     size_type getMultibyteFactor() const override;
     bool isUnicodeCompletelyRepresentable() const override;
 
-    static size_type S_multibyteToUnicode(const char* src, size_type srcLen, wide_char* dst, size_type dstLen);
-    static size_type S_unicodeToMultibyte(const wide_char* src, size_type srcLen, char* dst, size_type dstLen);
+    static size_type S_multibyteToUnicode(const char* src, size_type srcLen, wide_char* dst,
+                                          size_type dstLen);
+    static size_type S_unicodeToMultibyte(const wide_char* src, size_type srcLen, char* dst,
+                                          size_type dstLen);
 };
 
 class BRIMPORTABLE_API TranscoderImplUTF16LE : public TranscoderImplBase {
@@ -28,13 +31,15 @@ public:
 
     size_type multibyteToUnicode(const char* src, size_type srcLen, wide_char* dst, size_type dstLen,
                                  state* ctx) const override;
-    size_type unicodeToMultibyte(const wide_char* src, size_type srcLen, char* dst, size_type dstLen, state* ctx,
-                                 callback cb, callbackParam cbParam) const override;
+    size_type unicodeToMultibyte(const wide_char* src, size_type srcLen, char* dst, size_type dstLen,
+                                 state* ctx, callback cb, callbackParam cbParam) const override;
     size_type getMultibyteFactor() const override;
     bool isUnicodeCompletelyRepresentable() const override;
 
-    static size_type S_multibyteToUnicode(const char* src, size_type srcLen, wide_char* dst, size_type dstLen);
-    static size_type S_unicodeToMultibyte(const wide_char* src, size_type srcLen, char* dst, size_type dstLen);
+    static size_type S_multibyteToUnicode(const char* src, size_type srcLen, wide_char* dst,
+                                          size_type dstLen);
+    static size_type S_unicodeToMultibyte(const wide_char* src, size_type srcLen, char* dst,
+                                          size_type dstLen);
 };
 
 } // namespace sup::transcodeimpl

@@ -76,8 +76,8 @@ Directive readDirective(const char* p, va_list* args) {
         std::snprintf(width, sizeof(width), "%d", d.width);
     }
     std::snprintf(d.spec, sizeof(d.spec), "%%%s%s%s%s%s%c",
-                  d.leftAligned && std::strchr(flags, '-') == nullptr ? "-" : "", flags, width, precision, d.length,
-                  d.conversion);
+                  d.leftAligned && std::strchr(flags, '-') == nullptr ? "-" : "", flags, width, precision,
+                  d.length, d.conversion);
     return d;
 }
 
@@ -218,7 +218,8 @@ DiagnosticLine& DiagnosticLine::format(const char* format, va_list args) noexcep
             break;
         }
         if (isWide(d) || isWideCharacter(d)) {
-            const wchar_t single[2] = {isWide(d) ? L'\0' : static_cast<wchar_t>(va_arg(rest, std::wint_t)), L'\0'};
+            const wchar_t single[2] = {isWide(d) ? L'\0' : static_cast<wchar_t>(va_arg(rest, std::wint_t)),
+                                       L'\0'};
             const wchar_t* const argument = isWide(d) ? va_arg(rest, const wchar_t*) : single;
             const wchar_t* const shown = argument == nullptr ? L"(null)" : argument;
             const std::size_t limit =

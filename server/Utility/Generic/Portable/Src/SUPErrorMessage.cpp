@@ -14,13 +14,16 @@ struct MessageFormats {
 
 // The wording is fixed to the byte, the uneven two-argument forms included: logs are searched for it.
 constexpr MessageFormats kMessages[] = {
-    {UtilityPortableErrorMessageManager::E_Portable_EncodingUnsupported, "Encoding not supported error number %d\n",
-     "Encoding not supported error number %d, %s\n", "Encoding not supported error number  %d, %s, %s\n"},
+    {UtilityPortableErrorMessageManager::E_Portable_EncodingUnsupported,
+     "Encoding not supported error number %d\n", "Encoding not supported error number %d, %s\n",
+     "Encoding not supported error number  %d, %s, %s\n"},
     {UtilityPortableErrorMessageManager::E_Portable_DefaultLocaleUnsupported,
      "Unable to restore Default Locale error number %d\n",
-     "Unable to restore Default Locale error number %d, %s\n", "Unable to restore Default Locale %d, %s, %s\n"},
-    {UtilityPortableErrorMessageManager::E_Portable_LocaleUnavailable, "Locale not installed error number %d\n",
-     "Locale not installed error number %d, %s\n", "Locale not installed error number %d, %s, %s\n"},
+     "Unable to restore Default Locale error number %d, %s\n",
+     "Unable to restore Default Locale %d, %s, %s\n"},
+    {UtilityPortableErrorMessageManager::E_Portable_LocaleUnavailable,
+     "Locale not installed error number %d\n", "Locale not installed error number %d, %s\n",
+     "Locale not installed error number %d, %s, %s\n"},
     {UtilityPortableErrorMessageManager::E_Portable_XmlFileNotFound, "Xml File Not Found error number %d\n",
      "Xml File Not Found error number %d, %s\n", "Xml File Not Found error number %d, %s, %s\n"},
     {UtilityPortableErrorMessageManager::E_Portable_XmlParserFailure, "Xml File Parse error number %d\n",
@@ -28,7 +31,8 @@ constexpr MessageFormats kMessages[] = {
     {UtilityPortableErrorMessageManager::E_Portable_GetHostByName, "GetHostByName() failed %d\n",
      "GetHostByName() failed %d, %s\n", "GetHostByName() %d, %s, %s\n"},
 };
-constexpr MessageFormats kOtherMessage = {0, "Transcoding error number %d\n", "Transcoding error number %d, %s\n",
+constexpr MessageFormats kOtherMessage = {0, "Transcoding error number %d\n",
+                                          "Transcoding error number %d, %s\n",
                                           "Transcoding error number %d, %s, %s\n"};
 
 const MessageFormats& formatsOf(int code) {
@@ -42,7 +46,8 @@ const MessageFormats& formatsOf(int code) {
 
 } // namespace
 
-SingleThreadedUtilityPortableErrorMessageManager::~SingleThreadedUtilityPortableErrorMessageManager() = default;
+SingleThreadedUtilityPortableErrorMessageManager::~SingleThreadedUtilityPortableErrorMessageManager() =
+    default;
 
 void SingleThreadedUtilityPortableErrorMessageManager::ThrowErrorMessage(int code, const char* arg1,
                                                                          const char* arg2) {
@@ -62,8 +67,8 @@ UtilityPortableErrorMessageManager* SingleThreadedUtilityPortableErrorMessageMan
     return &manager;
 }
 
-UtilityPortableErrorMessageManager* UtilityPortableErrorMessageManager::Get(UtilityPortableErrorMessageManager* mgr,
-                                                                            bool replace) {
+UtilityPortableErrorMessageManager*
+UtilityPortableErrorMessageManager::Get(UtilityPortableErrorMessageManager* mgr, bool replace) {
     static UtilityPortableErrorMessageManager* const defaultManager =
         SingleThreadedUtilityPortableErrorMessageManager::Make();
     static UtilityPortableErrorMessageManager* g_utilityPortableErrorMessageManager = defaultManager;

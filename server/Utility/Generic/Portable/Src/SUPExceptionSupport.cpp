@@ -24,24 +24,20 @@ void SUPExceptionSupport::throwErrorMessage(const wchar_t* file, int line, const
     m_pSUPExceptionSupport->throwErrorMessageImpl(file, line, message);
 }
 
-void SUPExceptionSupport::throwErrorMessage(const wchar_t* file, int line, const char* format, InternalMessageID id,
-                                            ...) {
+void SUPExceptionSupport::throwErrorMessage(const wchar_t* file, int line, const char* format,
+                                            InternalMessageID id, ...) {
     va_list args;
     va_start(args, id);
     if (m_pSUPExceptionSupport == nullptr) {
-        DiagnosticLine()
-            .text("File ")
-            .text(file)
-            .text(", line ")
-            .number(line)
-            .text(". Error during static initilaization.\n");
+        DiagnosticLine().text("File ").text(file).text(", line ").number(line).text(
+            ". Error during static initilaization.\n");
         if (format != nullptr) {
             DiagnosticLine().format(format, args);
             std::abort();
         }
         DiagnosticLine().text("\bAborting.\n");
-        // The dispatch below has no handler to go to: the process ends in a fault, here by intent, since a call
-        // through the null pointer may be compiled away.
+        // The dispatch below has no handler to go to: the process ends in a fault, here by intent, since a
+        // call through the null pointer may be compiled away.
         __builtin_trap();
     }
     try {
@@ -100,7 +96,8 @@ void BrimAssert::handleOSError(const wchar_t* file, int line, const sup::String<
     // The code goes out as its 32 bits without a sign: a negative one prints as a large positive number.
     sup::SUPExceptionSupport::throwErrorMessage(file, line, "Operating system error. code: %ld, message: %ls",
                                                 sup::SUPExceptionSupport::k_E_Utility_OperatingSystemError,
-                                                static_cast<long>(static_cast<unsigned int>(code)), text.c_str());
+                                                static_cast<long>(static_cast<unsigned int>(code)),
+                                                text.c_str());
 }
 
 void BrimAssert::InitAsSystemServiceMode() noexcept { global_bRunningAsSystemService = true; }

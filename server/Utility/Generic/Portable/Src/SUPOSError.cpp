@@ -20,6 +20,8 @@ sup::String<wchar_t> sup::systemErrorText(int code) {
 
 int SystemUtility::GetLastSystemError() noexcept { return sup::lastSystemError(); }
 
-void SystemUtility::GetSystemErrorString(int code, sup::String<wchar_t>& text) { text = GetSystemErrorString(code); }
+void SystemUtility::GetSystemErrorString(int code, sup::String<wchar_t>& text) {
+    text = GetSystemErrorString(code);
+}
 
 sup::String<wchar_t> SystemUtility::GetSystemErrorString(int code) { return sup::systemErrorText(code); }

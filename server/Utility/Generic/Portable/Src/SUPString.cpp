@@ -1,5 +1,7 @@
 #include "Utility/Generic/Portable/SUPString.h"
 
+#include "Utility/Generic/Portable/SUPBString.h" // the members that take or give a byte string
+
 namespace sup {
 
 template struct string_details::StringData<wchar_t>;

@@ -28,15 +28,15 @@ constexpr std::size_t kFailed = static_cast<std::size_t>(-1);
 // 0 until GetACP() has computed it; two threads that race compute the same.
 std::atomic<unsigned int> g_systemCodePage{0};
 
-// What one side of a conversion needs to be known of: the length of a terminated text with its zero, the most units
-// that a source unit becomes, and the conversion itself, -1 when the destination is too small.
+// What one side of a conversion needs to be known of: the length of a terminated text with its zero, the most
+// units that a source unit becomes, and the conversion itself, -1 when the destination is too small.
 struct WideToBytes {
     using Source = wchar_t;
     using Target = char;
     static constexpr std::size_t kUnitsPerSourceUnit = 4;
     static std::size_t terminatedLength(const wchar_t* src) { return std::wcslen(src) + 1; }
-    static std::size_t convert(const TranscoderImplBase& transcoder, const wchar_t* src, std::size_t srcLen, char* dst,
-                               std::size_t dstLen) {
+    static std::size_t convert(const TranscoderImplBase& transcoder, const wchar_t* src, std::size_t srcLen,
+                               char* dst, std::size_t dstLen) {
         return transcoder.unicodeToMultibyte(src, srcLen, dst, dstLen, nullptr, nullptr, nullptr);
     }
 };
@@ -46,8 +46,8 @@ struct BytesToWide {
     using Target = wchar_t;
     static constexpr std::size_t kUnitsPerSourceUnit = 1;
     static std::size_t terminatedLength(const char* src) { return std::strlen(src) + 1; }
-    static std::size_t convert(const TranscoderImplBase& transcoder, const char* src, std::size_t srcLen, wchar_t* dst,
-                               std::size_t dstLen) {
+    static std::size_t convert(const TranscoderImplBase& transcoder, const char* src, std::size_t srcLen,
+                               wchar_t* dst, std::size_t dstLen) {
         return transcoder.multibyteToUnicode(src, srcLen, dst, dstLen, nullptr);
     }
 };
@@ -58,8 +58,8 @@ struct Ucs2ToBytes {
     using Target = char;
     static constexpr std::size_t kUnitsPerSourceUnit = 4;
     static std::size_t terminatedLength(const unsigned short* src) { return UCS2Strlen(src) + 1; }
-    static std::size_t convert(const TranscoderImplBase& transcoder, const unsigned short* src, std::size_t srcLen,
-                               char* dst, std::size_t dstLen) {
+    static std::size_t convert(const TranscoderImplBase& transcoder, const unsigned short* src,
+                               std::size_t srcLen, char* dst, std::size_t dstLen) {
         AutoBuffer<wchar_t, 256> wide;
         wide.growNoPreserve(srcLen);
         std::copy(src, src + srcLen, wide.data());
@@ -87,7 +87,8 @@ struct BytesToUcs2 {
 };
 
 const TranscoderImplBase* transcoderOf(unsigned int codePage) {
-    return TranscoderCache::getTranscoder(static_cast<int>(codePage == 0 ? SystemUtility::GetACP() : codePage));
+    return TranscoderCache::getTranscoder(
+        static_cast<int>(codePage == 0 ? SystemUtility::GetACP() : codePage));
 }
 
 int resultOf(std::size_t units) {
@@ -114,12 +115,13 @@ int convertHandlingShortDestination(const typename Conversion::Source* src, std:
 }
 
 template <class Conversion>
-int convertText(const typename Conversion::Source* src, int srcLen, typename Conversion::Target* dst, int dstLen,
-                unsigned int codePage) {
+int convertText(const typename Conversion::Source* src, int srcLen, typename Conversion::Target* dst,
+                int dstLen, unsigned int codePage) {
     if (src == nullptr || srcLen == 0 || srcLen < -1) {
         return 0;
     }
-    const std::size_t length = srcLen == -1 ? Conversion::terminatedLength(src) : static_cast<std::size_t>(srcLen);
+    const std::size_t length =
+        srcLen == -1 ? Conversion::terminatedLength(src) : static_cast<std::size_t>(srcLen);
     const std::size_t room = dst == nullptr || dstLen < 0 ? 0 : static_cast<std::size_t>(dstLen);
     const TranscoderImplBase* const transcoder = transcoderOf(codePage);
     if (transcoder == nullptr) {
@@ -145,7 +147,8 @@ int convertWhole(unsigned int codePage, const typename Conversion::Source* src, 
         return 0;
     }
     const std::size_t room = dst == nullptr || dstLen < 0 ? 0 : static_cast<std::size_t>(dstLen);
-    const std::size_t units = Conversion::convert(*transcoder, src, static_cast<std::size_t>(srcLen), dst, room);
+    const std::size_t units =
+        Conversion::convert(*transcoder, src, static_cast<std::size_t>(srcLen), dst, room);
     return units == kFailed ? -1 : resultOf(units);
 }
 
@@ -200,7 +203,8 @@ bool SystemUtility::IsValidCodePage(const char* name) {
     return name != nullptr && (::strcasecmp(name, "ANSI") == 0 || ::strcasecmp(name, "UTF8") == 0);
 }
 
-int SystemUtility::WideCharToMultiByte(const wchar_t* src, int srcLen, char* dst, int dstLen, unsigned int codePage) {
+int SystemUtility::WideCharToMultiByte(const wchar_t* src, int srcLen, char* dst, int dstLen,
+                                       unsigned int codePage) {
     return convertText<WideToBytes>(src, srcLen, dst, dstLen, codePage);
 }
 
@@ -212,7 +216,8 @@ int SystemUtility::WideCharToUTF8(const wchar_t* src, char* dst, int dstLen) {
     return WideCharToMultiByte(src, -1, dst, dstLen, kUtf8);
 }
 
-int SystemUtility::MultiByteToWideChar(const char* src, int srcLen, wchar_t* dst, int dstLen, unsigned int codePage) {
+int SystemUtility::MultiByteToWideChar(const char* src, int srcLen, wchar_t* dst, int dstLen,
+                                       unsigned int codePage) {
     return convertText<BytesToWide>(src, srcLen, dst, dstLen, codePage);
 }
 

@@ -13,8 +13,8 @@
 
 namespace {
 
-// Plain globals: load time writes them before any thread of the host exists, and a later recomputation writes the
-// same values. 0 means not yet computed. The arithmetic is 32-bit and may wrap; isUsable() tells.
+// Plain globals: load time writes them before any thread of the host exists, and a later recomputation writes
+// the same values. 0 means not yet computed. The arithmetic is 32-bit and may wrap; isUsable() tells.
 struct AllocPadding {
     static void init() {
         const char* const value = std::getenv("VANTA_HX_ALLOCATION_PADDING");

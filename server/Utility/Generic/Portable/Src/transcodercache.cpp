@@ -67,7 +67,8 @@ TranscoderImplBase* TranscoderCache::getTranscoder(int codePage) {
     char text[32] = {};
     std::snprintf(text, sizeof(text), "%d", codePage);
     UtilityPortableErrorMessageManager::Get(nullptr, false)
-        ->ThrowErrorMessage(UtilityPortableErrorMessageManager::E_Portable_EncodingUnsupported, text, nullptr);
+        ->ThrowErrorMessage(UtilityPortableErrorMessageManager::E_Portable_EncodingUnsupported, text,
+                            nullptr);
     return nullptr;
 }
 

@@ -41,7 +41,8 @@ void encodeUnits(const wchar_t* src, std::size_t units, char* dst) {
 }
 
 template <class Functor, class Source, class Target>
-std::size_t convert(const Functor& functor, const Source* src, std::size_t srcLen, Target* dst, std::size_t dstLen) {
+std::size_t convert(const Functor& functor, const Source* src, std::size_t srcLen, Target* dst,
+                    std::size_t dstLen) {
     typename Functor::State state;
     return functor.encode(src, srcLen, dst, dstLen, state);
 }
@@ -80,14 +81,14 @@ TranscoderImplBase* TranscoderImplUTF16BE::CreateTranscoderTable(const UnicodeMu
     return new (kThisFile, kAllocationLine) TranscoderImplUTF16BE;
 }
 
-auto TranscoderImplUTF16BE::multibyteToUnicode(const char* src, size_type srcLen, wide_char* dst, size_type dstLen,
-                                               state* /*ctx*/) const -> size_type {
+auto TranscoderImplUTF16BE::multibyteToUnicode(const char* src, size_type srcLen, wide_char* dst,
+                                               size_type dstLen, state* /*ctx*/) const -> size_type {
     return S_multibyteToUnicode(src, srcLen, dst, dstLen);
 }
 
-auto TranscoderImplUTF16BE::unicodeToMultibyte(const wide_char* src, size_type srcLen, char* dst, size_type dstLen,
-                                               state* /*ctx*/, callback /*cb*/, callbackParam /*cbParam*/) const
-    -> size_type {
+auto TranscoderImplUTF16BE::unicodeToMultibyte(const wide_char* src, size_type srcLen, char* dst,
+                                               size_type dstLen, state* /*ctx*/, callback /*cb*/,
+                                               callbackParam /*cbParam*/) const -> size_type {
     return S_unicodeToMultibyte(src, srcLen, dst, dstLen);
 }
 
@@ -95,13 +96,13 @@ auto TranscoderImplUTF16BE::getMultibyteFactor() const -> size_type { return Enc
 
 bool TranscoderImplUTF16BE::isUnicodeCompletelyRepresentable() const { return true; }
 
-auto TranscoderImplUTF16BE::S_multibyteToUnicode(const char* src, size_type srcLen, wide_char* dst, size_type dstLen)
-    -> size_type {
+auto TranscoderImplUTF16BE::S_multibyteToUnicode(const char* src, size_type srcLen, wide_char* dst,
+                                                 size_type dstLen) -> size_type {
     return convert(kN2WEncodingEndianBE, src, srcLen, dst, dstLen);
 }
 
-auto TranscoderImplUTF16BE::S_unicodeToMultibyte(const wide_char* src, size_type srcLen, char* dst, size_type dstLen)
-    -> size_type {
+auto TranscoderImplUTF16BE::S_unicodeToMultibyte(const wide_char* src, size_type srcLen, char* dst,
+                                                 size_type dstLen) -> size_type {
     return convert(kW2NEncodingEndianBE, src, srcLen, dst, dstLen);
 }
 
@@ -110,14 +111,14 @@ TranscoderImplBase* TranscoderImplUTF16LE::CreateTranscoderTable(const UnicodeMu
     return new (kThisFile, kAllocationLine) TranscoderImplUTF16LE;
 }
 
-auto TranscoderImplUTF16LE::multibyteToUnicode(const char* src, size_type srcLen, wide_char* dst, size_type dstLen,
-                                               state* /*ctx*/) const -> size_type {
+auto TranscoderImplUTF16LE::multibyteToUnicode(const char* src, size_type srcLen, wide_char* dst,
+                                               size_type dstLen, state* /*ctx*/) const -> size_type {
     return S_multibyteToUnicode(src, srcLen, dst, dstLen);
 }
 
-auto TranscoderImplUTF16LE::unicodeToMultibyte(const wide_char* src, size_type srcLen, char* dst, size_type dstLen,
-                                               state* /*ctx*/, callback /*cb*/, callbackParam /*cbParam*/) const
-    -> size_type {
+auto TranscoderImplUTF16LE::unicodeToMultibyte(const wide_char* src, size_type srcLen, char* dst,
+                                               size_type dstLen, state* /*ctx*/, callback /*cb*/,
+                                               callbackParam /*cbParam*/) const -> size_type {
     return S_unicodeToMultibyte(src, srcLen, dst, dstLen);
 }
 
@@ -125,13 +126,13 @@ auto TranscoderImplUTF16LE::getMultibyteFactor() const -> size_type { return Enc
 
 bool TranscoderImplUTF16LE::isUnicodeCompletelyRepresentable() const { return true; }
 
-auto TranscoderImplUTF16LE::S_multibyteToUnicode(const char* src, size_type srcLen, wide_char* dst, size_type dstLen)
-    -> size_type {
+auto TranscoderImplUTF16LE::S_multibyteToUnicode(const char* src, size_type srcLen, wide_char* dst,
+                                                 size_type dstLen) -> size_type {
     return convert(kN2WEncodingEndianLE, src, srcLen, dst, dstLen);
 }
 
-auto TranscoderImplUTF16LE::S_unicodeToMultibyte(const wide_char* src, size_type srcLen, char* dst, size_type dstLen)
-    -> size_type {
+auto TranscoderImplUTF16LE::S_unicodeToMultibyte(const wide_char* src, size_type srcLen, char* dst,
+                                                 size_type dstLen) -> size_type {
     return convert(kW2NEncodingEndianLE, src, srcLen, dst, dstLen);
 }
 

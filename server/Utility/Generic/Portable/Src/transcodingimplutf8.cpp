@@ -20,12 +20,13 @@ using Encoder = T2NEncodingUTF8<wchar_t, unsigned short>;
 constexpr Decoder ktN2WUtf8er{};
 constexpr Encoder ktW2NUtf8er{};
 
-// Decodes until the source ends or is cut; false when the destination is too small. No byte gives more than one
-// unit, so a source of `room` bytes always fits: the kernel works on such slices, and only what a slice's end cuts
-// is checked character by character.
+// Decodes until the source ends or is cut; false when the destination is too small. No byte gives more than
+// one unit, so a source of `room` bytes always fits: the kernel works on such slices, and only what a slice's
+// end cuts is checked character by character.
 bool decodeBounded(const char*& src, const char* end, wchar_t*& dst, const wchar_t* dstEnd) {
     for (;;) {
-        const kernels::DecodeProgress at = kernels::decodeUtf8(src, src + std::min(end - src, dstEnd - dst), dst);
+        const kernels::DecodeProgress at =
+            kernels::decodeUtf8(src, src + std::min(end - src, dstEnd - dst), dst);
         const bool moved = at.src != src;
         src = at.src;
         dst = at.dst;
@@ -47,8 +48,8 @@ bool decodeBounded(const char*& src, const char* end, wchar_t*& dst, const wchar
     }
 }
 
-// Completes the pending sequence of `state` from `src`; false when `dst` is too small. Leaves bytes pending only
-// when the source ends first.
+// Completes the pending sequence of `state` from `src`; false when `dst` is too small. Leaves bytes pending
+// only when the source ends first.
 bool resume(Decoder::State& state, const char*& src, const char* end, wchar_t*& dst, const wchar_t* dstEnd) {
     if (dst == dstEnd) {
         return false;
@@ -110,8 +111,8 @@ std::size_t Decoder::finalize(wchar_t* dst, std::size_t dstLen, const State& sta
     return 1;
 }
 
-// Works on slices that fit at three bytes a unit, as decodeBounded() does; the characters that the kernel stops at
-// are checked one by one.
+// Works on slices that fit at three bytes a unit, as decodeBounded() does; the characters that the kernel
+// stops at are checked one by one.
 std::size_t Encoder::encode(const wchar_t* src, std::size_t srcLen, char* dst, std::size_t dstLen,
                             State& /*state*/) const {
     if (srcLen > dstLen) {
@@ -148,14 +149,14 @@ TranscoderImplBase* TranscoderImplUTF8::CreateTranscoderTable(const UnicodeMulti
     return new (kThisFile, kAllocationLine) TranscoderImplUTF8;
 }
 
-auto TranscoderImplUTF8::multibyteToUnicode(const char* src, size_type srcLen, wide_char* dst, size_type dstLen,
-                                            state* /*ctx*/) const -> size_type {
+auto TranscoderImplUTF8::multibyteToUnicode(const char* src, size_type srcLen, wide_char* dst,
+                                            size_type dstLen, state* /*ctx*/) const -> size_type {
     return S_multibyteToUnicode(src, srcLen, dst, dstLen);
 }
 
-auto TranscoderImplUTF8::unicodeToMultibyte(const wide_char* src, size_type srcLen, char* dst, size_type dstLen,
-                                            state* /*ctx*/, callback /*cb*/, callbackParam /*cbParam*/) const
-    -> size_type {
+auto TranscoderImplUTF8::unicodeToMultibyte(const wide_char* src, size_type srcLen, char* dst,
+                                            size_type dstLen, state* /*ctx*/, callback /*cb*/,
+                                            callbackParam /*cbParam*/) const -> size_type {
     return S_unicodeToMultibyte(src, srcLen, dst, dstLen);
 }
 
@@ -163,14 +164,14 @@ auto TranscoderImplUTF8::getMultibyteFactor() const -> size_type { return Encode
 
 bool TranscoderImplUTF8::isUnicodeCompletelyRepresentable() const { return true; }
 
-auto TranscoderImplUTF8::S_multibyteToUnicode(const char* src, size_type srcLen, wide_char* dst, size_type dstLen)
-    -> size_type {
+auto TranscoderImplUTF8::S_multibyteToUnicode(const char* src, size_type srcLen, wide_char* dst,
+                                              size_type dstLen) -> size_type {
     Decoder::State state;
     return ktN2WUtf8er.encode(src, srcLen, dst, dstLen, state);
 }
 
-auto TranscoderImplUTF8::S_unicodeToMultibyte(const wide_char* src, size_type srcLen, char* dst, size_type dstLen)
-    -> size_type {
+auto TranscoderImplUTF8::S_unicodeToMultibyte(const wide_char* src, size_type srcLen, char* dst,
+                                              size_type dstLen) -> size_type {
     Encoder::State state;
     return ktW2NUtf8er.encode(src, srcLen, dst, dstLen, state);
 }

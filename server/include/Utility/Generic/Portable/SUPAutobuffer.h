@@ -1,8 +1,9 @@
-// AutoBuffer<T, N>: an array with N elements inline that moves to the heap when it grows; HeapedAutoBuffer<T>: the
-// same without inline elements. Functions take the common base, AutoBufferBase<T>, by reference.
+// AutoBuffer<T, N>: an array with N elements inline that moves to the heap when it grows;
+// HeapedAutoBuffer<T>: the same without inline elements. Functions take the common base, AutoBufferBase<T>,
+// by reference.
 //
-// A buffer has a capacity and no length: callers keep count of what they use. Elements are plain data (they are
-// copied as bytes and not initialised). One buffer belongs to one thread.
+// A buffer has a capacity and no length: callers keep count of what they use. Elements are plain data (they
+// are copied as bytes and not initialised). One buffer belongs to one thread.
 #pragma once
 
 #include "Utility/Generic/Portable/BrimNodeAlloc.h"
@@ -40,7 +41,8 @@ public:
 
 protected:
     AutoBufferBase(T* pStatic, std::size_t nStaticCapacity) noexcept
-        : m_p(pStatic), m_nCapacity(nStaticCapacity), m_nStaticCapacity(nStaticCapacity), m_pStatic(pStatic) {}
+        : m_p(pStatic), m_nCapacity(nStaticCapacity), m_nStaticCapacity(nStaticCapacity), m_pStatic(pStatic) {
+    }
 
     void copyFrom(const AutoBufferBase& other) {
         if (this == &other) {
@@ -78,8 +80,8 @@ private:
         if (newCapacity > std::numeric_limits<std::size_t>::max() / sizeof(T)) {
             throw std::bad_alloc();
         }
-        T* const storage =
-            static_cast<T*>(BrimNodeAlloc::allocate(newCapacity * sizeof(T), kAllocationFile, kAllocationLine));
+        T* const storage = static_cast<T*>(
+            BrimNodeAlloc::allocate(newCapacity * sizeof(T), kAllocationFile, kAllocationLine));
         if (preserve && m_nCapacity != 0) {
             std::memcpy(storage, m_p, m_nCapacity * sizeof(T));
         }
@@ -122,7 +124,9 @@ template <class T>
 class HeapedAutoBuffer : public AutoBufferBase<T> {
 public:
     HeapedAutoBuffer() noexcept : AutoBufferBase<T>(nullptr, 0) {}
-    explicit HeapedAutoBuffer(std::size_t initialCapacity) : HeapedAutoBuffer() { this->reserve(initialCapacity); }
+    explicit HeapedAutoBuffer(std::size_t initialCapacity) : HeapedAutoBuffer() {
+        this->reserve(initialCapacity);
+    }
     HeapedAutoBuffer(const HeapedAutoBuffer&) = default;
     HeapedAutoBuffer& operator=(const HeapedAutoBuffer&) = default;
 };

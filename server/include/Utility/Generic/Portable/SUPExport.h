@@ -1,4 +1,5 @@
-// The one export macro. The library is built with hidden visibility; what carries BRIMPORTABLE_API is its interface.
+// The one export macro. The library is built with hidden visibility; what carries BRIMPORTABLE_API is its
+// interface.
 #pragma once
 
 #define BRIMPORTABLE_API __attribute__((visibility("default")))

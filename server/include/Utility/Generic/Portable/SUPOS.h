@@ -12,8 +12,8 @@ public:
     SystemUtility() = delete;
 
     // ---- Code pages ---------------------------------------------------------------------------------------
-    // A code page is a number in the Windows numbering; 0 stands for GetACP(). transcodercache.h lists the built-in
-    // pages. Any thread may call.
+    // A code page is a number in the Windows numbering; 0 stands for GetACP(). transcodercache.h lists the
+    // built-in pages. Any thread may call.
 
     /// The code page of the process's narrow text: OSAbstraction::g_clientCodePage.
     static unsigned int GetMultiByteCodePage();
@@ -26,21 +26,25 @@ public:
     static bool IsValidCodePage(const char* name);
 
     // ---- Conversions --------------------------------------------------------------------------------------
-    // A source length of -1 means a zero-terminated source, whose zero is converted and counted. The result is
-    // the number of units written. With a null destination, or one of length 0, it is the number needed. A
-    // destination that is too small receives what fits, possibly cut inside a character, and the result is 0. So
-    // it is for a null source, a length below -1, a result beyond INT_MAX, and an unknown code page once the
-    // error-message manager has returned from its report. Throws std::bad_alloc.
+    // A source length of -1 means a zero-terminated source, whose zero is converted and counted. The result
+    // is the number of units written. With a null destination, or one of length 0, it is the number needed. A
+    // destination that is too small receives what fits, possibly cut inside a character, and the result is 0.
+    // So it is for a null source, a length below -1, a result beyond INT_MAX, and an unknown code page once
+    // the error-message manager has returned from its report. Throws std::bad_alloc.
 
-    static int WideCharToMultiByte(const wchar_t* src, int srcLen, char* dst, int dstLen, unsigned int codePage);
+    static int WideCharToMultiByte(const wchar_t* src, int srcLen, char* dst, int dstLen,
+                                   unsigned int codePage);
     static int WideCharToMultiByte(const wchar_t* src, char* dst, int dstLen, unsigned int codePage);
     static int WideCharToUTF8(const wchar_t* src, char* dst, int dstLen);
-    static int MultiByteToWideChar(const char* src, int srcLen, wchar_t* dst, int dstLen, unsigned int codePage);
+    static int MultiByteToWideChar(const char* src, int srcLen, wchar_t* dst, int dstLen,
+                                   unsigned int codePage);
     static int MultiByteToWideChar(const char* src, wchar_t* dst, int dstLen, unsigned int codePage);
     static int UTF8ToWideChar(const char* src, wchar_t* dst, int dstLen);
-    static int MultiByteToUcs2(const char* src, int srcLen, unsigned short* dst, int dstLen, unsigned int codePage);
+    static int MultiByteToUcs2(const char* src, int srcLen, unsigned short* dst, int dstLen,
+                               unsigned int codePage);
     static int MultiByteToUcs2(const char* src, unsigned short* dst, int dstLen, unsigned int codePage);
-    static int Ucs2ToMultiByte(const unsigned short* src, int srcLen, char* dst, int dstLen, unsigned int codePage);
+    static int Ucs2ToMultiByte(const unsigned short* src, int srcLen, char* dst, int dstLen,
+                               unsigned int codePage);
     static int Ucs2ToMultiByte(const unsigned short* src, char* dst, int dstLen, unsigned int codePage);
 
     // ---- Errors of the operating system -------------------------------------------------------------------

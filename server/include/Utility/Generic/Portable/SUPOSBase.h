@@ -35,16 +35,16 @@ public:
     /// Returns the current manager, never null. With `replace` it first makes `mgr` the current one, or the
     /// default one when `mgr` is null.
     static UtilityPortableErrorMessageManager* Get(UtilityPortableErrorMessageManager* mgr, bool replace);
-    /// Makes `mgr` the current manager, or the default one when `mgr` is null. Always true. Ownership stays with
-    /// the caller.
+    /// Makes `mgr` the current manager, or the default one when `mgr` is null. Always true. Ownership stays
+    /// with the caller.
     static bool Register(UtilityPortableErrorMessageManager* mgr);
 };
 
 /// Process-wide settings that a host sets once at start-up, before other threads use the library.
 namespace OSAbstraction {
 
-/// The code page of the process's narrow text, which library callers pass for it. 0, the first value, stands for
-/// the page of the process's locale (SystemUtility::GetACP).
+/// The code page of the process's narrow text, which library callers pass for it. 0, the first value, stands
+/// for the page of the process's locale (SystemUtility::GetACP).
 extern BRIMPORTABLE_API unsigned int g_clientCodePage;
 
 } // namespace OSAbstraction

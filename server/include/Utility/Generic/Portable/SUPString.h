@@ -1,9 +1,9 @@
 // sup::String<T>: the shared, reference-counted, copy-on-write string, for wchar_t and for char.
 //
-// A copy copies one pointer and counts one reference; the first change of a shared string makes a private copy.
-// The empty string owns no memory ("null"); a string emptied by clear() may keep its block. Text lies in one
-// heap block behind a header (StringData) and always ends in a zero, which length() does not count. Wide
-// characters hold one UTF-16 code unit each.
+// A copy copies one pointer and counts one reference; the first change of a shared string makes a private
+// copy. The empty string owns no memory ("null"); a string emptied by clear() may keep its block. Text lies
+// in one heap block behind a header (StringData) and always ends in a zero, which length() does not count.
+// Wide characters hold one UTF-16 code unit each.
 //
 //   String<wchar_t> a(L"ab");
 //   String<wchar_t> b = a;      // shares the block
@@ -11,11 +11,11 @@
 //   a.find(L'x')                // 2: plain find returns length() when nothing is found, not npos
 //
 // Terms: a "text" is a zero-terminated `const T*` (null stands for the empty text), a "range" two pointers
-// `first`, `last`. No member checks a position unless its comment says so. Arguments may be the string itself or
-// lie inside it. Exhausted memory is std::bad_alloc and leaves the string as it was.
+// `first`, `last`. No member checks a position unless its comment says so. Arguments may be the string itself
+// or lie inside it. Exhausted memory is std::bad_alloc and leaves the string as it was.
 //
-// Threads: strings that share a block may belong to different threads. One string object must not be changed by
-// one thread while another uses it.
+// Threads: strings that share a block may belong to different threads. One string object must not be changed
+// by one thread while another uses it.
 #pragma once
 
 #include "Utility/Generic/Portable/BrimNodeAlloc.h"
@@ -31,6 +31,9 @@
 
 namespace sup {
 
+template <class T>
+class ByteString;
+
 namespace string_details {
 
 /// The shared block: this header, then the characters and their terminating zero.
@@ -41,7 +44,7 @@ struct BRIMPORTABLE_API StringData {
     T* m_pFinish;                          ///< the terminating zero
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wpedantic" // a flexible array member, which both compilers know
-    T m_pStart[]; ///< the characters
+    T m_pStart[];                           ///< the characters
 #pragma GCC diagnostic pop
 
     std::size_t length() const noexcept { return static_cast<std::size_t>(m_pFinish - m_pStart); }
@@ -50,9 +53,9 @@ struct BRIMPORTABLE_API StringData {
         *m_pFinish = T();
     }
 
-    /// Returns a block for `n` characters at least, with count 1 and length 0. Sizes are rounded up to 8 bytes and
-    /// the slack is capacity; the smallest block has 32 bytes. std::bad_alloc when there is no memory, or no such
-    /// size.
+    /// Returns a block for `n` characters at least, with count 1 and length 0. Sizes are rounded up to 8
+    /// bytes and the slack is capacity; the smallest block has 32 bytes. std::bad_alloc when there is no
+    /// memory, or no such size.
     static StringData* allocateData(std::size_t n);
     void deallocate() noexcept;
 
@@ -124,6 +127,9 @@ public:
     template <class First, class Last, RequireRange<First, Last> = 0>
     String(First first, Last last, totalCapacity capacity)
         : m_tState{makeData(first, rangeLength(first, last), capacity.amount())} {}
+    /// The characters of a byte string, widened. This and the other members that take or give a byte string
+    /// need SUPBString.h.
+    explicit String(const ByteString<T>& b);
     ~String() { derefData(); }
 
     // ---- Assignment ---------------------------------------------------------------------------------------
@@ -135,6 +141,7 @@ public:
         return *this;
     }
     String& operator=(const T* text) { return assign(text); }
+    String& operator=(const ByteString<T>& b) { return assign(b); }
     /// Shares the block of `s`.
     String& assign(const String& s) noexcept;
     /// The characters are written in place when the block is unique and big enough.
@@ -146,6 +153,7 @@ public:
     }
     /// The first `n` characters of `s`; shares its block when that is all of them.
     String& assign(const String& s, size_type n);
+    String& assign(const ByteString<T>& b);
     void swap(String& other) noexcept { std::swap(m_tState, other.m_tState); }
     /// As swap(); both blocks are held by an extra reference meanwhile.
     void deepSwap(String& other) noexcept;
@@ -172,14 +180,14 @@ public:
     /// True when this string alone holds its block; false for the null string.
     bool isUnique() const noexcept { return rep() != nullptr && rep()->isUnique(); }
 
-    /// Makes the block private and returns its characters for writing; null for the null string. Valid until the
-    /// string is copied, changed or destroyed.
+    /// Makes the block private and returns its characters for writing; null for the null string. Valid until
+    /// the string is copied, changed or destroyed.
     iterator mutable_begin();
     iterator mutable_end();
 
     // ---- Appending ----------------------------------------------------------------------------------------
-    // A unique block without room grows to max(needed, twice its capacity); a shared or null string gets exactly
-    // what it needs.
+    // A unique block without room grows to max(needed, twice its capacity); a shared or null string gets
+    // exactly what it needs.
 
     String& append(const String& s) { return append(s.c_str(), s.length()); }
     String& append(const T* text);
@@ -231,7 +239,9 @@ public:
     }
     String& replace(size_type pos, size_type n, const T* text);
     String& replace(size_type pos, size_type n, const T* text, size_type count);
-    String& replace(size_type pos, size_type n, const String& s) { return replace(pos, n, s.c_str(), s.length()); }
+    String& replace(size_type pos, size_type n, const String& s) {
+        return replace(pos, n, s.c_str(), s.length());
+    }
     String& replace(size_type pos, size_type n, size_type count, T c);
     String& replace(size_type pos, const T* text) { return replace(pos, 1, text); }
     String& replace(size_type pos, T c) { return replace(pos, 1, 1, c); }
@@ -248,9 +258,9 @@ public:
     static size_type roundUpCapacity(size_type n) noexcept;
 
     // ---- Searching ----------------------------------------------------------------------------------------
-    // The plain forms return length() when nothing is found, and so do the ReturnStringLenIfNotFound forms; the
-    // ReturnNPosIfNotFound forms return npos. A search that starts at or beyond the end finds nothing. A text is
-    // found only before the first zero inside the string; characters are found everywhere.
+    // The plain forms return length() when nothing is found, and so do the ReturnStringLenIfNotFound forms;
+    // the ReturnNPosIfNotFound forms return npos. A search that starts at or beyond the end finds nothing. A
+    // text is found only before the first zero inside the string; characters are found everywhere.
 
     size_type find(T c) const noexcept { return lengthIfNPos(findCharacter(c, 0)); }
     size_type find(T c, size_type pos) const noexcept { return lengthIfNPos(findCharacter(c, pos)); }
@@ -299,6 +309,10 @@ public:
     String substr(First first, Last last) const {
         return String(first, last);
     }
+
+    // ---- Conversion ---------------------------------------------------------------------------------------
+
+    ByteString<T> toByteString() const;
 
     // ---- Diagnostics --------------------------------------------------------------------------------------
 

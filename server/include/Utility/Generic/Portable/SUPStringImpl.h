@@ -16,17 +16,29 @@ namespace string_details {
 constexpr const char* kStringAllocationFile = "server/include/Utility/Generic/Portable/SUPStringImpl.h";
 constexpr int kStringAllocationLine = 68;
 
-// The C library's routines by character type. Its wide ones are as fast as its narrow ones where they are used.
-inline std::size_t textLength(const wchar_t* text) noexcept { return text == nullptr ? 0 : std::wcslen(text); }
+// The C library's routines by character type. Its wide ones are as fast as its narrow ones where they are
+// used.
+inline std::size_t textLength(const wchar_t* text) noexcept {
+    return text == nullptr ? 0 : std::wcslen(text);
+}
 inline std::size_t textLength(const char* text) noexcept { return text == nullptr ? 0 : std::strlen(text); }
 
 inline int compareTexts(const wchar_t* a, const wchar_t* b) noexcept { return std::wcscmp(a, b); }
 inline int compareTexts(const char* a, const char* b) noexcept { return std::strcmp(a, b); }
 
+inline int compareCounted(const wchar_t* a, const wchar_t* b, std::size_t n) noexcept {
+    return std::wcsncmp(a, b, n);
+}
+inline int compareCounted(const char* a, const char* b, std::size_t n) noexcept {
+    return std::strncmp(a, b, n);
+}
+
 inline const wchar_t* findInText(const wchar_t* text, const wchar_t* pattern) noexcept {
     return std::wcsstr(text, pattern);
 }
-inline const char* findInText(const char* text, const char* pattern) noexcept { return std::strstr(text, pattern); }
+inline const char* findInText(const char* text, const char* pattern) noexcept {
+    return std::strstr(text, pattern);
+}
 
 inline const wchar_t* findInRange(const wchar_t* first, std::size_t n, wchar_t c) noexcept {
     return std::wmemchr(first, c, n);
@@ -144,11 +156,12 @@ auto String<T>::grownCapacity(size_type needed) const noexcept -> size_type {
     return isUnique() && needed < 2 * rep()->m_nCapacity ? 2 * rep()->m_nCapacity : needed;
 }
 
-// Replaces `n` characters at `pos` by `count` characters that fill(T*) writes: in place when asked to, otherwise
-// in a new block of `capacity`. `pos` and `n` lie inside the string.
+// Replaces `n` characters at `pos` by `count` characters that fill(T*) writes: in place when asked to,
+// otherwise in a new block of `capacity`. `pos` and `n` lie inside the string.
 template <class T>
 template <class Fill>
-void String<T>::splice(size_type pos, size_type n, size_type count, bool inPlace, size_type capacity, Fill fill) {
+void String<T>::splice(size_type pos, size_type n, size_type count, bool inPlace, size_type capacity,
+                       Fill fill) {
     const size_type oldLength = length();
     const size_type tail = oldLength - pos - n;
     if (inPlace) {
@@ -405,10 +418,10 @@ auto String<T>::findCharacter(T c, size_type pos) const noexcept -> size_type {
 
 template <class T>
 auto String<T>::findText(const T* text, size_type pos) const noexcept -> size_type {
-    if (pos >= length() || text == nullptr) {
+    if (pos >= length()) {
         return npos;
     }
-    const T* const found = string_details::findInText(begin() + pos, text);
+    const T* const found = string_details::findInText(begin() + pos, text == nullptr ? s_emptyText : text);
     return found == nullptr ? npos : static_cast<size_type>(found - begin());
 }
 

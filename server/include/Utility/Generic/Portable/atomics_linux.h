@@ -1,8 +1,8 @@
 // Atomic steps on Linux: the primitives under SUPAtomic.h.
 //
-// Counts of shared text are touched on every copy, so they leave out the lock prefix while the process has never
-// had a second thread. The C library clears __libc_single_threaded before it starts one, and starting a thread
-// orders everything before it, so the change from plain to locked steps is seen by both threads.
+// Counts of shared text are touched on every copy, so they leave out the lock prefix while the process has
+// never had a second thread. The C library clears __libc_single_threaded before it starts one, and starting a
+// thread orders everything before it, so the change from plain to locked steps is seen by both threads.
 #pragma once
 
 #include <atomic>
@@ -15,14 +15,15 @@ namespace atomics_linux {
 template <class Integer>
 inline void addReference(std::atomic<Integer>& count, Integer delta) noexcept {
     if (__libc_single_threaded) {
-        count.store(static_cast<Integer>(count.load(std::memory_order_relaxed) + delta), std::memory_order_relaxed);
+        count.store(static_cast<Integer>(count.load(std::memory_order_relaxed) + delta),
+                    std::memory_order_relaxed);
     } else {
         count.fetch_add(delta, std::memory_order_relaxed);
     }
 }
 
-/// Subtracts `delta` from a reference count and returns the new value. Whoever sees 0 also sees everything that
-/// the other holders did before they let go.
+/// Subtracts `delta` from a reference count and returns the new value. Whoever sees 0 also sees everything
+/// that the other holders did before they let go.
 template <class Integer>
 inline Integer dropReference(std::atomic<Integer>& count, Integer delta) noexcept {
     if (__libc_single_threaded) {

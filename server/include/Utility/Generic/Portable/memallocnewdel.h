@@ -7,9 +7,9 @@
 
 namespace memalloc {
 
-/// An empty base: no data, no virtual functions. `new (file, line) T` names the allocation site; plain `new T`
-/// names this header. Blocks remember their size, so any `delete` form frees them. Objects are aligned to 8
-/// bytes, so a derived class must not ask for more.
+/// An empty base: no data, no virtual functions. `new (file, line) T` names the allocation site; plain `new
+/// T` names this header. Blocks remember their size, so any `delete` form frees them. Objects are aligned to
+/// 8 bytes, so a derived class must not ask for more.
 class BRIMPORTABLE_API MemAllocNewdel {
 public:
     static void* operator new(std::size_t size, const char* file, int line);

@@ -1,9 +1,9 @@
-// The gateway to the memory allocator library (libfenmemoryallocator864): the one place through which heap memory
-// of the library comes and goes.
+// The gateway to the memory allocator library (libfenmemoryallocator864): the one place through which heap
+// memory of the library comes and goes.
 //
-// A size-remembering block starts with its total size (8 bytes) and may be wrapped in guard padding, P bytes on
-// either side of the caller's memory: P is VANTA_HX_ALLOCATION_PADDING, read once when the library is loaded and
-// rounded up to a multiple of 8; 0 without the variable.
+// A size-remembering block starts with its total size (8 bytes) and may be wrapped in guard padding, P bytes
+// on either side of the caller's memory: P is VANTA_HX_ALLOCATION_PADDING, read once when the library is
+// loaded and rounded up to a multiple of 8; 0 without the variable.
 //
 //   offset 0      8 bytes   total size, exactly as requested from the allocator: n + 8 + 2P
 //   offset 8      P bytes   front guard, neither written nor checked
@@ -54,8 +54,8 @@ class BRIMPORTABLE_API MemoryUtils {
 public:
     MemoryUtils() = delete;
 
-    /// Prints the allocator's report on standard output and flushes it. Each piece of the report is taken as a
-    /// printf format; a piece with a directive other than "%%" is printed as it is.
+    /// Prints the allocator's report on standard output and flushes it. Each piece of the report is taken as
+    /// a printf format; a piece with a directive other than "%%" is printed as it is.
     static void dumpMemoryProfileToCout();
 };
 

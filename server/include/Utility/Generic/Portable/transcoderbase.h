@@ -1,5 +1,5 @@
-// The transcoder framework: the interface of one encoding's transcoder, the rows that table-driven transcoders are
-// built from, and the rows of a registry.
+// The transcoder framework: the interface of one encoding's transcoder, the rows that table-driven
+// transcoders are built from, and the rows of a registry.
 //
 // Wide text holds one UTF-16 code unit per wchar_t; characters above U+FFFF are surrogate pairs.
 #pragma once
@@ -10,16 +10,18 @@
 
 #include <cstddef>
 
-/// Scratch state that a caller may hand to a conversion, for transcoders that keep state from call to call. None of
-/// the built-in ones reads or writes it; null is always right.
+/// Scratch state that a caller may hand to a conversion, for transcoders that keep state from call to call.
+/// None of the built-in ones reads or writes it; null is always right.
 struct SUPTranscodeThreadContext {
     unsigned int nInternals[32];
 };
 
-/// Asks the caller what to write for characters that an encoding cannot represent: `srcLen` units at `src` (2 for
-/// a surrogate pair), up to `dstLen` bytes at `dst`. Returns the bytes written, or -1 to end the conversion.
-using SUPTranscodeUntranslatableCharCallback = std::size_t (*)(void* param, const wchar_t* src, std::size_t srcLen,
-                                                               char* dst, std::size_t dstLen);
+/// Asks the caller what to write for characters that an encoding cannot represent: `srcLen` units at `src` (2
+/// for a surrogate pair), up to `dstLen` bytes at `dst`. Returns the bytes written, or -1 to end the
+/// conversion.
+using SUPTranscodeUntranslatableCharCallback = std::size_t (*)(void* param, const wchar_t* src,
+                                                               std::size_t srcLen, char* dst,
+                                                               std::size_t dstLen);
 
 namespace sup {
 namespace transcodeimpl {
@@ -32,8 +34,8 @@ enum UMBMDirection : unsigned int {
     kCP_End = 3 ///< the row that ends a table
 };
 
-/// One row of a mapping table: a UTF-16 code unit and its bytes in the encoding. A table is an array of rows that
-/// ends with {0, nullptr, 0, kCP_End}.
+/// One row of a mapping table: a UTF-16 code unit and its bytes in the encoding. A table is an array of rows
+/// that ends with {0, nullptr, 0, kCP_End}.
 struct UnicodeMultibyteMapping {
     wchar_t wUnicodeChar;
     const char* cMBChars;
@@ -41,12 +43,13 @@ struct UnicodeMultibyteMapping {
     UMBMDirection eDirection : 4;
 };
 
-/// Converts one encoding. Objects do not change after construction, so any number of threads may convert through
-/// one. They come from the allocator gateway; the TranscoderCache owns those of the registry until exit.
+/// Converts one encoding. Objects do not change after construction, so any number of threads may convert
+/// through one. They come from the allocator gateway; the TranscoderCache owns those of the registry until
+/// exit.
 ///
-/// Both conversions return the number of units written, or -1 (all bits set) when `dst` is too small; what was
-/// written before stays. An empty source gives 0. No terminating zero is written. Nothing is reported: malformed
-/// input and unrepresentable characters become replacement characters.
+/// Both conversions return the number of units written, or -1 (all bits set) when `dst` is too small; what
+/// was written before stays. An empty source gives 0. No terminating zero is written. Nothing is reported:
+/// malformed input and unrepresentable characters become replacement characters.
 class BRIMPORTABLE_API TranscoderImplBase : public memalloc::MemAllocNewdel {
 public:
     using wide_char = wchar_t;
@@ -81,8 +84,8 @@ private:
     RefCount m_refCount;
 };
 
-/// Creates a transcoder from a table (null for an algorithmic encoding) and a parameter (0 in the registry). The
-/// caller owns the result and deletes it.
+/// Creates a transcoder from a table (null for an algorithmic encoding) and a parameter (0 in the registry).
+/// The caller owns the result and deletes it.
 using TranscoderFactory = TranscoderImplBase* (*)(const UnicodeMultibyteMapping* table, std::size_t param);
 
 /// One row of a registry.

@@ -52,8 +52,8 @@ std::uint64_t maskEqual(const char* block, unsigned char mask, unsigned char val
 
 unsigned int firstBit(std::uint64_t mask) { return static_cast<unsigned int>(__builtin_ctzll(mask)); }
 
-// Few characters beyond ASCII (or a block that needs care): copies the ASCII runs between them 16 bytes at a step
-// and decodes each by the rule. `nonAscii` has a bit for every byte from 0x80 on.
+// Few characters beyond ASCII (or a block that needs care): copies the ASCII runs between them 16 bytes at a
+// step and decodes each by the rule. `nonAscii` has a bit for every byte from 0x80 on.
 DecodeProgress decodeByRuns(const char* block, std::uint64_t nonAscii, const char* end, wchar_t* dst) {
     const char* src = block;
     for (;;) {
@@ -79,14 +79,14 @@ DecodeProgress decodeByRuns(const char* block, std::uint64_t nonAscii, const cha
     }
 }
 
-// By the upper half of the lead byte: the bits of the lead that carry payload, and how far a four-byte value is
-// shifted down to give the character of a shorter one.
+// By the upper half of the lead byte: the bits of the lead that carry payload, and how far a four-byte value
+// is shifted down to give the character of a shorter one.
 constexpr unsigned char kLeadMask[16] = {0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F,
                                          0,    0,    0,    0,    0x1F, 0x1F, 0x0F, 0x07};
 constexpr unsigned char kShift[16] = {18, 18, 18, 18, 18, 18, 18, 18, 0, 0, 0, 0, 12, 12, 6, 0};
 
-// Decodes the characters of a block of well-formed sequences whose first bytes are the bits of `starts`, without a
-// branch on what they are: the only branch is the loop's.
+// Decodes the characters of a block of well-formed sequences whose first bytes are the bits of `starts`,
+// without a branch on what they are: the only branch is the loop's.
 template <std::size_t kLongest>
 wchar_t* decodeStarts(const char* block, std::uint64_t starts, wchar_t* dst) {
     for (; starts != 0; starts &= starts - 1) {
@@ -97,14 +97,16 @@ wchar_t* decodeStarts(const char* block, std::uint64_t starts, wchar_t* dst) {
             const std::uint32_t isTwo = 0U - (lead >> 7);
             *dst++ = static_cast<wchar_t>(lead ^ ((lead ^ two) & isTwo));
         } else if constexpr (kLongest == 3) {
-            const std::uint32_t all = (lead & kLeadMask[lead >> 4]) << 12 | (p[1] & 0x3FU) << 6 | (p[2] & 0x3FU);
+            const std::uint32_t all =
+                (lead & kLeadMask[lead >> 4]) << 12 | (p[1] & 0x3FU) << 6 | (p[2] & 0x3FU);
             *dst++ = static_cast<wchar_t>(all >> (kShift[lead >> 4] - 6U));
         } else {
-            const std::uint32_t all =
-                (lead & kLeadMask[lead >> 4]) << 18 | (p[1] & 0x3FU) << 12 | (p[2] & 0x3FU) << 6 | (p[3] & 0x3FU);
+            const std::uint32_t all = (lead & kLeadMask[lead >> 4]) << 18 | (p[1] & 0x3FU) << 12 |
+                                      (p[2] & 0x3FU) << 6 | (p[3] & 0x3FU);
             const std::uint32_t value = all >> kShift[lead >> 4];
             const std::uint32_t isPair = lead >= 0xF0 ? 1 : 0;
-            const std::uint32_t high = static_cast<std::uint32_t>(kFirstHighSurrogate) + ((value - 0x10000U) >> 10);
+            const std::uint32_t high =
+                static_cast<std::uint32_t>(kFirstHighSurrogate) + ((value - 0x10000U) >> 10);
             dst[0] = static_cast<wchar_t>(value ^ ((value ^ high) & (0U - isPair)));
             // Overwritten by the next character when this one is no pair.
             dst[1] = static_cast<wchar_t>(static_cast<std::uint32_t>(kFirstLowSurrogate) + (value & 0x3FFU));
@@ -124,9 +126,9 @@ unsigned int countBits(std::uint64_t mask) {
     return static_cast<unsigned int>(mask * 0x0101010101010101U >> 56);
 }
 
-// Decodes at least 61 bytes from `block`, which has kReadAhead bytes; `dst` has room for a unit a byte. A block
-// goes the fast way only when all its sequences are well formed but for encoded surrogates, so every rule gives
-// the same; everything else is left to the rule, character by character.
+// Decodes at least 61 bytes from `block`, which has kReadAhead bytes; `dst` has room for a unit a byte. A
+// block goes the fast way only when all its sequences are well formed but for encoded surrogates, so every
+// rule gives the same; everything else is left to the rule, character by character.
 DecodeProgress decodeBlock(const char* block, const char* end, wchar_t* dst) {
     const std::uint64_t nonAscii = maskOf(block, [](__m128i bytes) { return bytes; });
     if (countBits(nonAscii) < kFewBytes) {
@@ -151,18 +153,19 @@ DecodeProgress decodeBlock(const char* block, const char* end, wchar_t* dst) {
         return decodeByRuns(block, nonAscii, end, dst);
     }
     // A character that reaches beyond the block is left for the next one.
-    const std::uint64_t reaching =
-        (leads & std::uint64_t{1} << 63) | (longLeads & std::uint64_t{3} << 62) | (pairLeads & std::uint64_t{7} << 61);
+    const std::uint64_t reaching = (leads & std::uint64_t{1} << 63) | (longLeads & std::uint64_t{3} << 62) |
+                                   (pairLeads & std::uint64_t{7} << 61);
     const unsigned int consumed = reaching == 0 ? static_cast<unsigned int>(kBlock) : firstBit(reaching);
-    const std::uint64_t starts = ~continuations & (reaching == 0 ? ~std::uint64_t{0} : (reaching & -reaching) - 1);
+    const std::uint64_t starts =
+        ~continuations & (reaching == 0 ? ~std::uint64_t{0} : (reaching & -reaching) - 1);
     dst = pairLeads != 0   ? decodeStarts<4>(block, starts, dst)
           : longLeads != 0 ? decodeStarts<3>(block, starts, dst)
                            : decodeStarts<2>(block, starts, dst);
     return {block + consumed, dst};
 }
 
-// An encoder block is 16 units; the branch-free loops write up to two bytes past the last character, so one unit
-// more must follow.
+// An encoder block is 16 units; the branch-free loops write up to two bytes past the last character, so one
+// unit more must follow.
 constexpr std::ptrdiff_t kEncoderBlock = 16;
 
 char* encodeUpToTwoBytes(const wchar_t* src, char* dst) {

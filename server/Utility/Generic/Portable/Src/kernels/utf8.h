@@ -1,5 +1,5 @@
-// The UTF-8 hot loops, over pointers. EncodingUTF8.h tells the rules; what happens to one character is written here
-// once, and the loops only find runs that need no care.
+// The UTF-8 hot loops, over pointers. EncodingUTF8.h tells the rules; what happens to one character is
+// written here once, and the loops only find runs that need no care.
 #pragma once
 
 #include <cstddef>
@@ -117,11 +117,12 @@ inline EncodedCharacter encodeCharacter(const wchar_t* src, const wchar_t* end) 
             consumed};
 }
 
-/// Decodes [src, end) into `dst`, which has room for end - src units. Stops before a sequence that `end` cuts.
+/// Decodes [src, end) into `dst`, which has room for end - src units. Stops before a sequence that `end`
+/// cuts.
 DecodeProgress decodeUtf8(const char* src, const char* end, wchar_t* dst) noexcept;
 
-/// Encodes [src, end) into `dst`, which has room for three bytes a unit. Stops before a unit above 0xFFFF, which
-/// may need four, and before a high surrogate at the very end, whose pair it cannot see.
+/// Encodes [src, end) into `dst`, which has room for three bytes a unit. Stops before a unit above 0xFFFF,
+/// which may need four, and before a high surrogate at the very end, whose pair it cannot see.
 EncodeProgress encodeUtf8(const wchar_t* src, const wchar_t* end, char* dst) noexcept;
 
 /// T2NEncodingUTF8::calculateExactSize().

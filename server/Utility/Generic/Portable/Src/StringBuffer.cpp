@@ -1,0 +1,27 @@
+#include "Utility/Generic/Portable/StringBuffer.h"
+
+namespace sup {
+
+template class StringBufferBaseTemplate<wchar_t>;
+template class StringBufferBaseTemplate<char>;
+template class StringBufferTemplate<511, wchar_t>;
+template class StringBufferTemplate<5119, wchar_t>;
+template class StringBufferTemplate<256, wchar_t>;
+template class StringBufferTemplate<511, char>;
+template class StringBufferTemplate<5119, char>;
+
+BStringBuffer& BStringBuffer::GetBuffer() {
+    static BStringBuffer buffer;
+    return buffer;
+}
+
+char* BStringBuffer::GetNextBuffer(int size) {
+    unsigned int slot = m_nextBuffer.get();
+    while (!m_nextBuffer.compareExchange(slot, (slot + 1) % kSlots)) {
+    }
+    HeapedAutoBuffer<char>& buffer = m_buffers[slot];
+    buffer.growNoPreserve(size > 1 ? static_cast<std::size_t>(size) : 1);
+    return buffer.data();
+}
+
+} // namespace sup
