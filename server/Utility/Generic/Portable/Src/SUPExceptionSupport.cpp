@@ -27,7 +27,11 @@ void SUPExceptionSupport::throwErrorMessage(const wchar_t* file, int line, const
 void SUPExceptionSupport::throwErrorMessage(const wchar_t* file, int line, const char* format,
                                             InternalMessageID id, ...) {
     va_list args;
+// The enumerator is passed as the int that it promotes to.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wvarargs"
     va_start(args, id);
+#pragma GCC diagnostic pop
     if (m_pSUPExceptionSupport == nullptr) {
         DiagnosticLine().text("File ").text(file).text(", line ").number(line).text(
             ". Error during static initilaization.\n");
