@@ -1,5 +1,6 @@
 #include "DiagnosticOutput.h"
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -203,6 +204,7 @@ DiagnosticLine& DiagnosticLine::format(const char* format, va_list args) noexcep
             return *this;
         }
     }
+    const int error = errno; // for "%m", whatever is printed before it
     va_list rest;
     va_copy(rest, args);
     for (const char* p = format; *p != '\0';) {
@@ -221,16 +223,23 @@ DiagnosticLine& DiagnosticLine::format(const char* format, va_list args) noexcep
             const wchar_t single[2] = {isWide(d) ? L'\0' : static_cast<wchar_t>(va_arg(rest, std::wint_t)),
                                        L'\0'};
             const wchar_t* const argument = isWide(d) ? va_arg(rest, const wchar_t*) : single;
-            const wchar_t* const shown = argument == nullptr ? L"(null)" : argument;
             const std::size_t limit =
                 d.precision < 0 || !isWide(d) ? kNoLimit : static_cast<std::size_t>(d.precision);
-            const std::size_t bytes = putWide(shown, limit, false);
+            // As the C library does: null is shown whole or not at all.
+            const wchar_t* const shown = argument != nullptr ? argument : limit < 6 ? L"" : L"(null)";
+            const bool nul = !isWide(d) && single[0] == L'\0';
+            const std::size_t bytes = nul ? 1 : putWide(shown, limit, false);
             const auto width = static_cast<std::size_t>(d.width);
             const std::size_t padding = bytes < width ? width - bytes : 0;
             printBlanks(d.leftAligned ? 0 : padding);
-            putWide(shown, limit, true);
+            if (nul) {
+                std::putchar('\0');
+            } else {
+                putWide(shown, limit, true);
+            }
             printBlanks(d.leftAligned ? padding : 0);
         } else {
+            errno = error;
             printDirective(d, &rest);
         }
         p = d.end;

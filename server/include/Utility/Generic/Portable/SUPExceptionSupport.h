@@ -26,7 +26,7 @@ namespace sup {
 class BRIMPORTABLE_API SUPExceptionSupport {
 public:
     /// Messages that the handler formats by itself.
-    enum InternalMessageID {
+    enum InternalMessageID : int {
         /// Arguments: long, the error code; const wchar_t*, the message.
         k_E_Utility_OperatingSystemError = 0
     };
