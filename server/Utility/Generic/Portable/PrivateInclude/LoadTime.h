@@ -6,4 +6,7 @@ namespace sup::loadtime {
 /// Reads VANTA_HX_ALLOCATION_PADDING (memoryallocatorgateway.cpp).
 void computeAllocationPadding();
 
+/// Builds the maps of the locale file (SUPTranscodeLocale.cpp).
+void buildLocaleMaps();
+
 } // namespace sup::loadtime

@@ -7,6 +7,7 @@ namespace {
 using LoadTimeStep = void (*)();
 
 constexpr LoadTimeStep kLoadTimeSteps[] = {
+    sup::loadtime::buildLocaleMaps,
     sup::loadtime::computeAllocationPadding,
 };
 

@@ -22,7 +22,6 @@ unsigned int OSAbstraction::g_clientCodePage = 0;
 namespace {
 
 constexpr unsigned int kUtf8 = 65001;
-constexpr unsigned int kFallbackCodePage = 1252;
 constexpr std::size_t kFailed = static_cast<std::size_t>(-1);
 
 // 0 until GetACP() has computed it; two threads that race compute the same.
@@ -168,17 +167,6 @@ int MultibyteToUcs2_S(unsigned int codePage, const char* src, int srcLen, unsign
 
 int Ucs2ToMultibyte_S(unsigned int codePage, const unsigned short* src, int srcLen, char* dst, int dstLen) {
     return convertWhole<Ucs2ToBytes>(codePage, src, srcLen, dst, dstLen);
-}
-
-unsigned int Locale2CodePage(const char* localeName) {
-    if (localeName == nullptr) {
-        return kFallbackCodePage;
-    }
-    std::string_view name(localeName);
-    name = name.substr(0, name.find('@'));
-    const std::size_t dot = name.find('.');
-    const int codePage = dot == std::string_view::npos ? -1 : sup::codePageOfName(name.substr(dot + 1));
-    return codePage < 0 ? kFallbackCodePage : static_cast<unsigned int>(codePage);
 }
 
 unsigned int SystemUtility::GetMultiByteCodePage() { return OSAbstraction::g_clientCodePage; }

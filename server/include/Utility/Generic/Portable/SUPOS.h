@@ -7,6 +7,8 @@
 #include "Utility/Generic/Portable/SUPString.h"
 #include "Utility/Generic/Portable/SUPTranscode.h"
 
+#include <cstdarg>
+
 class BRIMPORTABLE_API SystemUtility {
 public:
     SystemUtility() = delete;
@@ -47,6 +49,40 @@ public:
                                unsigned int codePage);
     static int Ucs2ToMultiByte(const unsigned short* src, char* dst, int dstLen, unsigned int codePage);
 
+    // ---- Locales ------------------------------------------------------------------------------------------
+
+    /// Sets the C library's locale for `category` by product locale name: the system locale that the locale
+    /// file gives for it, else the name itself. When neither can be set, E_Portable_LocaleUnavailable is
+    /// reported with the name and the fallback, "C", and the fallback is set. Returns the system name of the
+    /// locale now set. For start-up: other threads must not use the locale meanwhile. A null name is the
+    /// environment's locale.
+    static const char* NCSetLocale(int category, const char* locale);
+    /// The system locale of the first entry of the locale file with this code page; empty when there is none.
+    static sup::String<char> GetSystemLocaleFromCodePage(unsigned int codePage);
+
+    // ---- Environment and directories ----------------------------------------------------------------------
+    // Each gives a usable value; the result says whether it is real (from the environment, or derived) or a
+    // fallback. Variables must not be changed while other threads read them.
+
+    /// The value of an environment variable; false and an empty `value` when it is absent.
+    static bool Getenv(const sup::String<wchar_t>& name, sup::String<wchar_t>& value);
+    /// The product's home, cached once it was found.
+    static bool GetVantaHXHomeDirectory(sup::String<wchar_t>& path);
+    /// The server's locale directory, under the home.
+    static bool GetServerLocaleDirectory(sup::String<wchar_t>& path);
+
+    // ---- Files and directories ----------------------------------------------------------------------------
+
+    /// True when the process can change into `path`. It does so for a moment, so no other thread may depend
+    /// on the working directory meanwhile.
+    static bool IsValidDirectory(const sup::String<wchar_t>& path);
+
+    // ---- Formatting ---------------------------------------------------------------------------------------
+
+    /// The wide characters that the formatted text needs, without its zero; negative when the format cannot
+    /// be expanded.
+    static int GetTotalSizeOfVariableArgumentList(const wchar_t* format, va_list args);
+
     // ---- Errors of the operating system -------------------------------------------------------------------
 
     /// The calling thread's errno.
@@ -55,3 +91,7 @@ public:
     static void GetSystemErrorString(int code, sup::String<wchar_t>& text);
     static sup::String<wchar_t> GetSystemErrorString(int code);
 };
+
+/// Makes each "//" of `path` a "/", in one pass from left to right, and takes one "/" off its end. "/"
+/// becomes empty.
+BRIMPORTABLE_API void CleanupPath(sup::String<wchar_t>& path);

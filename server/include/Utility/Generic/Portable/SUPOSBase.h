@@ -47,4 +47,15 @@ namespace OSAbstraction {
 /// for the page of the process's locale (SystemUtility::GetACP).
 extern BRIMPORTABLE_API unsigned int g_clientCodePage;
 
+// The system calls under the file operations, each at first the wrapper of the same name. Wide paths are
+// converted to the process's code page. A host may put its own functions in their place.
+
+/// getcwd(3) into `buffer` of `length` characters; returns `buffer`, or null on failure.
+extern BRIMPORTABLE_API wchar_t* (*g_wgetcwdFuncPtr)(wchar_t* buffer, int length);
+/// chdir(2).
+extern BRIMPORTABLE_API int (*g_wchdirFuncPtr)(const wchar_t* path);
+
 } // namespace OSAbstraction
+
+BRIMPORTABLE_API wchar_t* WRAP_wgetcwd(wchar_t* buffer, int length);
+BRIMPORTABLE_API int WRAP_wchdir(const wchar_t* path);

@@ -2,9 +2,13 @@
 // (SUPOS.h).
 #pragma once
 
+#include "Utility/Generic/Portable/BrimNodeAlloc.h"
 #include "Utility/Generic/Portable/SUPExport.h"
+#include "Utility/Generic/Portable/SUPString.h"
 
 #include <cstddef>
+#include <map>
+#include <utility>
 
 /// Converts `srcLen` bytes of `codePage` to 16-bit units. Returns the units written, -1 when `dst` is too
 /// small, 0 for an unknown code page, which is reported to the error-message manager. No terminating zero is
@@ -17,6 +21,28 @@ BRIMPORTABLE_API int Ucs2ToMultibyte_S(unsigned int codePage, const unsigned sho
 /// The number of 16-bit units before the first 0.
 BRIMPORTABLE_API std::size_t UCS2Strlen(const unsigned short* text);
 
-/// The code page of a system locale name, language_territory.codeset@modifier: by its code set ("en_US.UTF-8"
-/// is 65001); 1252 for a name without one ("C", "POSIX") or with one that the library does not know.
+/// The code page of a system locale name, language_territory.codeset@modifier: that of the locale file's
+/// entry for the name, or for the name without its modifier; else the code page of the code set, by the
+/// file's entries or by its well-known name; else 1252.
 BRIMPORTABLE_API unsigned int Locale2CodePage(const char* localeName);
+
+/// The path of the locale configuration file, "BrimLocale.xml" in the server's locale directory. It is built
+/// under the "C" locale of LC_CTYPE, which is put back afterwards; a locale that cannot be set is reported.
+BRIMPORTABLE_API sup::String<wchar_t> GetLocaleFile();
+
+namespace sup {
+
+/// The order of strcmp.
+struct NarrowStringLess {
+    bool operator()(const String<char>& a, const String<char>& b) const noexcept { return a.compare(b) < 0; }
+};
+
+/// Product locale name to (system locale name, code page as text).
+using LocaleConversionMap =
+    std::map<String<char>, std::pair<String<char>, String<char>>, NarrowStringLess,
+             BrimStlAllocator<std::pair<const String<char>, std::pair<String<char>, String<char>>>>>;
+
+} // namespace sup
+
+/// The locale conversion map, built when the library is loaded; read-only. It always has the entry "C".
+BRIMPORTABLE_API const sup::LocaleConversionMap& GetQuayLocale2SystemLocaleMap();

@@ -1,0 +1,295 @@
+// BaseStringUtil: splitting, joining, replacing and patterns.
+#include "Utility/Generic/Portable/SUPBaseStringUtil.h"
+
+#include "CaseFolding.h"
+#include "CharacterSet.h"
+#include "Utility/Generic/Portable/SUPAutobuffer.h"
+#include "Utility/Generic/Portable/SUPExceptionSupport.h"
+#include "kernels/search.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cwchar>
+#include <cwctype>
+
+namespace {
+
+using String = BaseStringUtil::String;
+
+constexpr const wchar_t* kThisFile = L"server/Utility/Generic/Portable/Src/SUPBaseStringUtilTokens.cpp";
+constexpr int kEmptyLikePatternLine = 26;
+
+// Whether an occurrence at `hit` begins and ends where a word may.
+bool standsAlone(const String& text, std::size_t hit, std::size_t length) {
+    const std::size_t after = hit + length;
+    return (hit == 0 || BaseStringUtil::IsWordSeparator(text[hit - 1])) &&
+           (after == text.length() || BaseStringUtil::IsWordSeparator(text[after]));
+}
+
+// The text with each counted occurrence of `from` replaced. Occurrences are looked for in `searched`, which
+// is `text` or a form of it with the same places.
+template <class Counts>
+String replaced(const String& text, const String& searched, const String& from, const String& to, bool& any,
+                Counts counts) {
+    String result;
+    std::size_t copied = 0;
+    std::size_t pos = 0;
+    any = false;
+    for (;;) {
+        const std::size_t hit = BaseStringUtil::ForwardPatternMatch(searched, from, pos);
+        if (hit == text.length()) {
+            break;
+        }
+        if (!counts(hit)) {
+            pos = hit + 1;
+            continue;
+        }
+        result.append(text.begin() + copied, hit - copied);
+        result.append(to);
+        copied = pos = hit + from.length();
+        any = true;
+    }
+    if (!any) {
+        return text;
+    }
+    result.append(text.begin() + copied, text.length() - copied);
+    return result;
+}
+
+// A star-free stretch of a wildcard pattern.
+struct Segment {
+    const wchar_t* first;
+    const wchar_t* last;
+    std::size_t length() const { return static_cast<std::size_t>(last - first); }
+};
+
+// True when the segment fits at `text`, which is long enough. Compares the parts between question marks.
+bool fitsAt(const wchar_t* text, Segment segment) {
+    for (const wchar_t* p = segment.first;;) {
+        const wchar_t* const end = std::find(p, segment.last, L'?');
+        const auto n = static_cast<std::size_t>(end - p);
+        if (n != 0 && std::wmemcmp(text, p, n) != 0) {
+            return false;
+        }
+        if (end == segment.last) {
+            return true;
+        }
+        text += n + 1;
+        p = end + 1;
+    }
+}
+
+// The first place in the `n` characters at `text` where the segment fits, or `n`: looks for its longest part
+// without a question mark.
+std::size_t findSegment(const wchar_t* text, std::size_t n, Segment segment) {
+    const std::size_t m = segment.length();
+    if (m > n) {
+        return n;
+    }
+    Segment longest{segment.first, segment.first};
+    for (const wchar_t* p = segment.first;; ++p) {
+        const wchar_t* const end = std::find(p, segment.last, L'?');
+        if (end - p > longest.last - longest.first) {
+            longest = {p, end};
+        }
+        if (end == segment.last) {
+            break;
+        }
+        p = end;
+    }
+    const auto before = static_cast<std::size_t>(longest.first - segment.first);
+    const std::size_t places = n - m + 1;
+    for (std::size_t place = 0; place < places; ++place) {
+        if (longest.length() != 0) {
+            const std::size_t area = places - place + longest.length() - 1;
+            const std::size_t found =
+                sup::kernels::findText(text + place + before, area, longest.first, longest.length());
+            if (found == area) {
+                return n;
+            }
+            place += found;
+        }
+        if (longest.length() == m || fitsAt(text + place, segment)) {
+            return place;
+        }
+    }
+    return n;
+}
+
+} // namespace
+
+void BaseStringUtil::Tokenize(const String& text, const String& delimiters, BrimStringVector& out,
+                              bool returnDelimiters, bool keepEmptyTokens) {
+    if (text.empty() || delimiters.empty()) {
+        return;
+    }
+    const String held(text); // an element of `out`, perhaps
+    const sup::CharacterSet isDelimiter(delimiters.begin(), delimiters.end());
+    out.clear();
+    const wchar_t* token = held.begin();
+    for (const wchar_t* p = held.begin(); p != held.end(); ++p) {
+        if (!isDelimiter.contains(*p)) {
+            continue;
+        }
+        if (p != token || keepEmptyTokens) {
+            out.emplace_back(token, static_cast<std::size_t>(p - token));
+        }
+        if (returnDelimiters) {
+            out.emplace_back(*p);
+        }
+        token = p + 1;
+    }
+    if (token != held.end()) {
+        out.emplace_back(token, static_cast<std::size_t>(held.end() - token));
+    }
+}
+
+void BaseStringUtil::TokenizeWithEscapeExt(const String& text, wchar_t delimiter, wchar_t escape,
+                                           bool keepEscape, BrimStringVector& out) {
+    if (text.empty()) {
+        return;
+    }
+    const String held(text);
+    out.clear();
+    String token;
+    bool escaped = false;
+    for (const wchar_t c : held) {
+        if (escaped) {
+            if (keepEscape && c != delimiter) {
+                token.push_back(escape);
+            }
+            token.push_back(c);
+            escaped = false;
+        } else if (c == escape) {
+            escaped = true;
+        } else if (c == delimiter) {
+            out.push_back(std::move(token));
+            token = String();
+        } else {
+            token.push_back(c);
+        }
+    }
+    if (!token.empty()) {
+        out.push_back(std::move(token));
+    }
+}
+
+void BaseStringUtil::TokenizeWithEscape(const String& text, wchar_t delimiter, wchar_t escape,
+                                        BrimStringVector& out) {
+    TokenizeWithEscapeExt(text, delimiter, escape, false, out);
+}
+
+void BaseStringUtil::AppendToString(const BrimStringVector& parts, String& out, bool newlineSeparated) {
+    for (std::size_t i = 0; i < parts.size(); ++i) {
+        if (newlineSeparated && i != 0) {
+            out.push_back(L'\n');
+        }
+        out.append(parts[i]);
+    }
+}
+
+void BaseStringUtil::SplitStringBySize(const String& text, BrimStringVector& out, std::size_t size) {
+    const String held(text);
+    out.clear();
+    const std::size_t step = size == 0 ? held.length() : size;
+    for (std::size_t pos = 0; pos < held.length();) {
+        const std::size_t n = std::min(step, held.length() - pos);
+        out.push_back(held.substr(pos, n));
+        pos += n;
+    }
+}
+
+bool BaseStringUtil::ReplaceSubstring(String& text, const String& from, const String& to, bool caseSensitive,
+                                      bool wholeWord) {
+    if (caseSensitive ? IsMatch(from, to) : CaseInsensitiveCompare(from, to) == 0) {
+        return false;
+    }
+    if (caseSensitive && !wholeWord) {
+        String result = ReplacePatternInString(text, from, to);
+        const bool changed = !IsMatch(result, text);
+        text = std::move(result);
+        return changed;
+    }
+    const bool anywhere = !wholeWord || IsSelfEnclosedWord(from);
+    const auto counts = [&](std::size_t hit) { return anywhere || standsAlone(text, hit, from.length()); };
+    bool any = false;
+    String result = caseSensitive ? replaced(text, text, from, to, any, counts)
+                                  : replaced(text, ToUpperCase(text), ToUpperCase(from), to, any, counts);
+    text = std::move(result);
+    return any;
+}
+
+String BaseStringUtil::ReplacePatternInString(const String& text, const String& from, const String& to) {
+    bool any = false;
+    return replaced(text, text, from, to, any, [](std::size_t) { return true; });
+}
+
+bool BaseStringUtil::IsWordSeparator(wchar_t c) {
+    if (c > 0 && c < 0x80 && std::wcschr(L"!\"&'()*+,-./:;<=>?@[\\]^{|}~", c) != nullptr) {
+        return true;
+    }
+    return std::iswspace(static_cast<std::wint_t>(c)) != 0;
+}
+
+bool BaseStringUtil::IsWordSeparator(const String& text, int pos) {
+    return IsWordSeparator(text[static_cast<std::size_t>(pos)]);
+}
+
+bool BaseStringUtil::IsSelfEnclosedWord(const String& text) {
+    static constexpr wchar_t kPairs[][2] = {{L'"', L'"'}, {L'\'', L'\''}, {L'(', L')'},
+                                            {L'<', L'>'}, {L'[', L']'},   {L'{', L'}'}};
+    return text.length() >= 2 &&
+           std::any_of(std::begin(kPairs), std::end(kPairs), [&](const wchar_t(&pair)[2]) {
+               return text.front() == pair[0] && text.back() == pair[1];
+           });
+}
+
+bool BaseStringUtil::IsWildcardCaseInsensitiveMatch(const String& text, const String& pattern) {
+    AutoBuffer<wchar_t, 513> folded;
+    folded.growNoPreserve(text.length() + pattern.length());
+    const wchar_t* t = folded.data();
+    wchar_t* const foldedPattern =
+        std::transform(text.begin(), text.end(), folded.data(), sup::LowerCaseFold());
+    const wchar_t* tEnd = foldedPattern;
+    const wchar_t* p = foldedPattern;
+    const wchar_t* const pEnd =
+        std::transform(pattern.begin(), pattern.end(), foldedPattern, sup::LowerCaseFold());
+
+    const auto rest = [&] { return static_cast<std::size_t>(tEnd - t); };
+    const Segment head{p, std::find(p, pEnd, L'*')};
+    if (head.last == pEnd) {
+        return head.length() == rest() && fitsAt(t, head);
+    }
+    if (head.length() > rest() || !fitsAt(t, head)) {
+        return false;
+    }
+    t += head.length();
+    // Between two stars the first place that fits leaves most for what follows; what follows the last star
+    // must fit at the end.
+    for (p = head.last + 1;; ++p) {
+        const Segment segment{p, std::find(p, pEnd, L'*')};
+        if (segment.last == pEnd) {
+            return segment.length() <= rest() && fitsAt(tEnd - segment.length(), segment);
+        }
+        if (segment.length() != 0) {
+            const std::size_t found = findSegment(t, rest(), segment);
+            if (found == rest()) {
+                return false;
+            }
+            t += found + segment.length();
+        }
+        p = segment.last;
+    }
+}
+
+String BaseStringUtil::UnescapeLikePattern(const String& pattern) {
+    BrimStringVector sv;
+    TokenizeWithEscape(pattern, L'\0', L'\\', sv);
+    if (sv.empty()) {
+        BrimAssert::handleAssert(kThisFile, kEmptyLikePatternLine, L"sv.size() > 0");
+        std::abort();
+    }
+    String result;
+    AppendToString(sv, result, false);
+    return result;
+}

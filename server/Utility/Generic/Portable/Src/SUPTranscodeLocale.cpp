@@ -1,0 +1,120 @@
+// The code-page layer: system locales, and the maps that come from the locale file.
+#include "Utility/Generic/Portable/SUPTranscode.h"
+
+#include "CodePageNames.h"
+#include "LoadTime.h"
+#include "ServerLocaleDirectory.h"
+#include "Utility/Generic/Portable/SUPOS.h"
+
+#include <clocale>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+namespace {
+
+using NarrowString = sup::String<char>;
+using ErrorManager = UtilityPortableErrorMessageManager;
+
+constexpr unsigned int kFallbackCodePage = 1252;
+constexpr const char* kFallbackLocale = "C";
+
+void report(ErrorManager::errCode code, const char* arg1, const char* arg2) {
+    ErrorManager::Get(nullptr, false)->ThrowErrorMessage(code, arg1, arg2);
+}
+
+std::string_view viewOf(const NarrowString& s) { return {s.begin(), s.length()}; }
+
+std::string_view codeSetOf(std::string_view localeName) {
+    localeName = localeName.substr(0, localeName.find('@'));
+    const std::size_t dot = localeName.find('.');
+    return dot == std::string_view::npos ? std::string_view() : localeName.substr(dot + 1);
+}
+
+unsigned int codePageFrom(const NarrowString& text) {
+    return static_cast<unsigned int>(std::strtol(text.c_str(), nullptr, 10));
+}
+
+// The code page of the first entry whose system locale passes the test; 0 when none does.
+template <class Test>
+unsigned int codePageOfEntry(Test test) {
+    for (const auto& entry : GetQuayLocale2SystemLocaleMap()) {
+        if (test(viewOf(entry.second.first))) {
+            return codePageFrom(entry.second.second);
+        }
+    }
+    return 0;
+}
+
+} // namespace
+
+const sup::LocaleConversionMap& GetQuayLocale2SystemLocaleMap() {
+    static const sup::LocaleConversionMap map{{NarrowString("C"), {NarrowString("C"), NarrowString("1252")}}};
+    return map;
+}
+
+void sup::loadtime::buildLocaleMaps() { GetQuayLocale2SystemLocaleMap(); }
+
+unsigned int Locale2CodePage(const char* localeName) {
+    const std::string_view name = localeName == nullptr ? std::string_view() : std::string_view(localeName);
+    const std::string_view plainName = name.substr(0, name.find('@'));
+    const std::string_view codeSet = codeSetOf(name);
+    unsigned int codePage = codePageOfEntry([=](std::string_view locale) { return locale == name; });
+    if (codePage == 0) {
+        codePage = codePageOfEntry([=](std::string_view locale) { return locale == plainName; });
+    }
+    if (codePage == 0 && !codeSet.empty()) {
+        codePage = codePageOfEntry([=](std::string_view locale) { return codeSetOf(locale) == codeSet; });
+    }
+    if (codePage == 0) {
+        const int known = sup::codePageOfName(codeSet);
+        codePage = known < 0 ? kFallbackCodePage : static_cast<unsigned int>(known);
+    }
+    return codePage;
+}
+
+sup::String<wchar_t> GetLocaleFile() {
+    const auto path = [] {
+        sup::String<wchar_t> result = sup::serverLocaleDirectory();
+        return result.append(L"/").append(L"BrimLocale.xml");
+    };
+    const char* const current = std::setlocale(LC_CTYPE, nullptr);
+    if (current == nullptr || std::strcmp(current, "C") == 0) {
+        return path();
+    }
+    const NarrowString saved(current); // the C library overwrites it
+    if (std::setlocale(LC_CTYPE, "C") == nullptr) {
+        report(ErrorManager::E_Portable_LocaleUnavailable, "C", nullptr);
+    }
+    const sup::String<wchar_t> result = path();
+    if (std::setlocale(LC_CTYPE, saved.c_str()) == nullptr) {
+        report(ErrorManager::E_Portable_DefaultLocaleUnsupported, saved.c_str(), nullptr);
+    }
+    return result;
+}
+
+const char* SystemUtility::NCSetLocale(int category, const char* locale) {
+    if (locale == nullptr) {
+        locale = "";
+    }
+    const auto entry = GetQuayLocale2SystemLocaleMap().find(NarrowString(locale));
+    if (entry != GetQuayLocale2SystemLocaleMap().end()) {
+        if (const char* const set = std::setlocale(category, entry->second.first.c_str())) {
+            return set;
+        }
+    }
+    if (const char* const set = std::setlocale(category, locale)) {
+        return set;
+    }
+    report(ErrorManager::E_Portable_LocaleUnavailable, locale, kFallbackLocale);
+    return std::setlocale(category, kFallbackLocale);
+}
+
+sup::String<char> SystemUtility::GetSystemLocaleFromCodePage(unsigned int codePage) {
+    for (const auto& entry : GetQuayLocale2SystemLocaleMap()) {
+        if (codePageFrom(entry.second.second) == codePage) {
+            return entry.second.first;
+        }
+    }
+    return {};
+}
