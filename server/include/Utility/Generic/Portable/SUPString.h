@@ -24,6 +24,7 @@
 #include "Utility/Generic/Portable/memallocnewdel.h"
 
 #include <cstddef>
+#include <cstring>
 #include <iterator>
 #include <type_traits>
 #include <utility>
@@ -204,7 +205,17 @@ public:
     String& operator+=(const String& s) { return append(s); }
     String& operator+=(const T* text) { return append(text); }
     String& operator+=(T c) { return append(c); }
-    void push_back(T c);
+    void push_back(T c) {
+        data_type* const data = rep();
+        if (data != nullptr && data->isUnique() && data->length() < data->m_nCapacity) {
+            T* const finish = data->m_pFinish;
+            finish[0] = c;
+            finish[1] = T();
+            data->m_pFinish = finish + 1;
+        } else {
+            append(&c, 1);
+        }
+    }
     /// Inserts in front; grows to exactly the needed length.
     String& prepend(const String& s) { return insert(0, s); }
     String& prepend(size_type n, T c) { return replace(0, 0, n, c); }
@@ -331,7 +342,9 @@ private:
         return static_cast<size_type>(last - first);
     }
     static data_type* makeData(const T* text, size_type count, size_type capacity);
-    static bool equals(const T* a, size_type aLength, const T* b, size_type bLength) noexcept;
+    static bool equals(const T* a, size_type aLength, const T* b, size_type bLength) noexcept {
+        return aLength == bLength && (aLength == 0 || std::memcmp(a, b, aLength * sizeof(T)) == 0);
+    }
 
     data_type* rep() const noexcept { return m_tState.m_pData; }
     void refData() noexcept {

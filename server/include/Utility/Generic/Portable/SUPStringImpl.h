@@ -280,26 +280,20 @@ String<T>& String<T>::append(const T* text, size_type count) {
         return *this;
     }
     const size_type newLength = lengthPlus(count);
-    // moveCharacters: the source may end in the terminating zero, where the new characters begin.
-    splice(length(), 0, count, fitsInPlace(newLength), grownCapacity(newLength),
-           [=](T* to) { string_details::moveCharacters(to, text, count); });
+    if (fitsInPlace(newLength)) {
+        // The source may end in the terminating zero, where the new characters begin.
+        string_details::moveCharacters(rep()->m_pFinish, text, count);
+        rep()->setLength(newLength);
+    } else {
+        splice(length(), 0, count, false, grownCapacity(newLength),
+               [=](T* to) { string_details::copyCharacters(to, text, count); });
+    }
     return *this;
 }
 
 template <class T>
 String<T>& String<T>::append(size_type n, T c) {
     return insert(length(), n, c);
-}
-
-template <class T>
-void String<T>::push_back(T c) {
-    const size_type oldLength = length();
-    if (fitsInPlace(oldLength + 1)) {
-        *rep()->m_pFinish = c;
-        rep()->setLength(oldLength + 1);
-    } else {
-        append(&c, 1);
-    }
 }
 
 template <class T>
@@ -407,8 +401,9 @@ auto String<T>::roundUpCapacity(size_type /*n*/) noexcept -> size_type {
 
 // ---- Searching and comparing ------------------------------------------------------------------------------
 
+// Inline: a short search costs no more than a call.
 template <class T>
-auto String<T>::findCharacter(T c, size_type pos) const noexcept -> size_type {
+inline auto String<T>::findCharacter(T c, size_type pos) const noexcept -> size_type {
     if (pos >= length()) {
         return npos;
     }
@@ -434,11 +429,6 @@ auto String<T>::rfind(T c) const noexcept -> size_type {
 template <class T>
 int String<T>::compare(const T* text) const noexcept {
     return string_details::compareTexts(c_str(), text == nullptr ? s_emptyText : text);
-}
-
-template <class T>
-bool String<T>::equals(const T* a, size_type aLength, const T* b, size_type bLength) noexcept {
-    return aLength == bLength && (aLength == 0 || std::memcmp(a, b, aLength * sizeof(T)) == 0);
 }
 
 template <class T>
