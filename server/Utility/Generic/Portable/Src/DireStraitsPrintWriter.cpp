@@ -203,7 +203,9 @@ DireStraitsPrintWriter& DireStraitsPrintWriter::operator<<(const StringBufferBas
     if (m_nCapacity < 1) {
         return *this;
     }
-    if (isAddressReadable(&buffer, sizeof(buffer)) && isRangeReadable(buffer.begin(), buffer.end())) {
+    // The place of the zero counts too: a zeroed object is an empty buffer at address 0.
+    if (isAddressReadable(&buffer, sizeof(buffer)) && isRangeReadable(buffer.begin(), buffer.end()) &&
+        isAddressReadable(buffer.end(), sizeof(wchar_t))) {
         appendAndMaintainCapacity(buffer.c_str(), buffer.length());
     } else {
         writeUnreadable(L"<unreadable>");

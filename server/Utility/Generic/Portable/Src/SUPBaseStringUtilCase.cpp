@@ -178,4 +178,4 @@ bool BaseStringUtil::CaseInsensitiveFindPattern(const String& text, const String
 
 bool BaseStringUtil::IsMatch(const String& a, const String& b) { return String::equals(a, b); }
 
-bool operator<(const sup::String<wchar_t>& a, const sup::String<wchar_t>& b) { return a.compare(b) < 0; }
+bool sup::operator<(const String<wchar_t>& a, const String<wchar_t>& b) { return a.compare(b) < 0; }

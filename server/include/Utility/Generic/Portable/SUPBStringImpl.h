@@ -18,6 +18,7 @@ constexpr const char* kByteStringAllocationFile = "server/include/Utility/Generi
 constexpr int kByteStringAllocationLine = 104;
 constexpr const wchar_t* kByteStringFile = L"server/include/Utility/Generic/Portable/SUPBString.h";
 constexpr int kByteStringFillLine = 290;
+constexpr std::size_t kLargestByteString = std::numeric_limits<std::uint32_t>::max(); // characters
 
 // The loops below have no branch inside, so the compiler turns them into vector code.
 
@@ -55,13 +56,12 @@ inline bool fitsInBytes(const char*, std::size_t) noexcept { return true; }
 template <class T>
 auto ByteStringData<T>::allocateData(std::size_t capacity, unsigned int bytesPerChar) -> ByteStringData* {
     constexpr std::uint32_t kFixedBytes = 32;
-    constexpr std::uint32_t kLargest = std::numeric_limits<std::uint32_t>::max();
     static_assert(offsetof(ByteStringData, m_pStart) == 28, "header and characters lie as documented");
-    if (capacity > kLargest) {
+    if (capacity > kLargestByteString) {
         throw std::bad_alloc();
     }
     const std::size_t bytes = kFixedBytes + bytesPerChar * capacity + (bytesPerChar == 1 ? 0 : 3);
-    if (bytes > kLargest) {
+    if (bytes > std::numeric_limits<std::uint32_t>::max()) {
         char* volatile nowhere = nullptr; // volatile, so that the compiler keeps the write
         *nowhere = 0;
         __builtin_trap();
@@ -159,6 +159,9 @@ ByteString<T>::ByteString(const T* text) : ByteString(text, string_details::text
 
 template <class T>
 ByteString<T>::ByteString(const T* text, size_type count) {
+    if (count > string_details::kLargestByteString) {
+        throw std::bad_alloc(); // before the characters are looked at
+    }
     if (count != 0) {
         m_rep = data_type::allocateData(count, string_details::fitsInBytes(text, count) ? 1 : sizeof(T));
         m_rep->append(text, count);

@@ -59,6 +59,72 @@ public:
     static wchar_t** ConvertCommandArgumentsUTF8(int argc, char** argv);
     static void ReleaseCommandArgumentsUTF8(int argc, wchar_t** argv);
 
+    // ---- Numbers to text ----------------------------------------------------------------------------------
+    // Integers are plain decimal numbers in every locale. A double has at most 15 significant digits
+    // ("%.15G"), the locale's decimal point and an upper-case exponent.
+
+    static String StringFrom(unsigned long long value);
+    static String StringFrom(long long value);
+    static String StringFrom(unsigned long value);
+    static String StringFrom(long value);
+    static String StringFrom(unsigned int value);
+    static String StringFrom(int value);
+    static String StringFrom(short value);
+    static String StringFrom(unsigned short value);
+    static String StringFrom(unsigned char value);
+    static String ShortStringFrom(double value);
+    /// As ShortStringFrom(); then a text without "." and "E" gets ".0", and with `doubleSuffix` every text
+    /// but one with an "E" and no "." gets "d" after that: 2.0, 2.5d, 1E+20. Infinities and NaN are such
+    /// texts too.
+    static String StringFrom(double value, bool doubleSuffix);
+    /// "True" or "False".
+    static String StringFrom(bool value);
+
+    // ---- Text to numbers ----------------------------------------------------------------------------------
+    // As swscanf in the current locale: leading white space is skipped, what follows the number is ignored,
+    // and a text that begins with no number gives 0. Integers are read with 64 bits (Int16From: 32), beyond
+    // which they saturate, and cut to the result's width.
+
+    static short Int16From(const String& text);
+    static int IntFrom(const String& text);
+    static unsigned int UIntFrom(const String& text);
+    static double FloatFrom(const String& text);
+    static float Float32From(const String& text);
+    /// True when wcstol (wcstod) reads the text to its end; so for the empty text.
+    static bool IsInteger(const String& text);
+    static bool IsFloat(const String& text);
+    /// Read a number that may stand in quotes, apostrophes and blanks, as the C library's sscanf("%u") and
+    /// strtol do, cut to 32 bits. At most 511 bytes.
+    static unsigned int StringToUint32(const String& text);
+    static int StringToInteger(const String& text);
+
+    // ---- Booleans -----------------------------------------------------------------------------------------
+
+    /// The words for true, in order, and those for false.
+    static constexpr wchar_t S_TRUE_FIRST_CAP[] = L"True";
+    static constexpr wchar_t _S_YES[] = L"Yes";
+    static constexpr wchar_t S_ON_FIRST_CAP[] = L"On";
+    static constexpr wchar_t S_ONE[] = L"1";
+    static constexpr wchar_t S_PLUS[] = L"+";
+    static constexpr wchar_t S_OKAY[] = L"Ok";
+    static constexpr wchar_t S_ONE_POINT_ZERO[] = L"1.0";
+    static constexpr wchar_t S_FALSE_FIRST_CAP[] = L"False";
+    static constexpr wchar_t _S_NO[] = L"No";
+    static constexpr wchar_t S_OFF_FIRST_CAP[] = L"Off";
+    static constexpr wchar_t S_ZERO[] = L"0";
+    static constexpr wchar_t S_MINUS[] = L"-";
+    static constexpr wchar_t S_ZERO_POINT_ZERO[] = L"0.0";
+
+    static int GetNumberOfTrueWords();
+    static int GetNumberOfFalseWords();
+    /// The word at `index`; an index that has none is a logic error and ends the process.
+    static String GetTrueWord(int index);
+    static String GetFalseWord(int index);
+    /// Reads a word in any case, blanks around it ignored; a single character is read by the words' initials
+    /// ("o" is no one's: On and Off share it). A blank text is false. Anything else is false too, or throws
+    /// int 0 with `throwIfUnknown`.
+    static bool BooleanFrom(const String& text, bool throwIfUnknown);
+
     // ---- Formatting ---------------------------------------------------------------------------------------
 
     /// Formats as printf and converts from the process's code page. Output beyond 98,303 bytes is cut.
@@ -190,7 +256,57 @@ public:
     /// Resolves backslash escapes. A pattern that leaves nothing (empty, or a lone backslash) fails the
     /// assertion "sv.size() > 0".
     static String UnescapeLikePattern(const String& pattern);
+
+    // ---- Escapes ------------------------------------------------------------------------------------------
+
+    /// Letters, digits and - . ! ' ( ) * _ ~ stay, white space becomes "+", the rest "%" and two digits.
+    /// Meant for characters below U+0100: the first digit of others is no digit.
+    static String UriEncode(const String& text);
+    /// Undoes UriEncode(), and reads %uXXXX; runs of escapes are UTF-8. Text may stand between "URI-ENCODED<"
+    /// and
+    /// ">"; with `requireMarker` a text without that beginning comes back unchanged. A "%" that begins no
+    /// escape is dropped.
+    static String UriDecode(const String& text, bool requireMarker);
+    /// Decodes Base64 (RFC 4648) up to `length` characters, the first "=", or the first character outside the
+    /// alphabet. `out` receives the decoded bytes.
+    static void Base64Decode(unsigned char* in, int length, std::vector<unsigned char>& out);
+    /// Encodes the UTF-8 form of `text` into `out` and returns its length; -1, with `out` untouched, for an
+    /// empty text.
+    static int EncodeBase64(const String& text, String& out);
+    /// With `breakLines` a CR LF stands after every 76 characters that others follow (RFC 2045).
+    static String EncodeBase64(const std::vector<unsigned char>& data, bool breakLines);
+    /// The five characters of XML: " ' & < >
+    static String EscapeXMLChars(const String& text);
+    /// Puts `escape` before each `escape` and `special`.
+    static String EscapeCharacter(const String& text, wchar_t escape, wchar_t special);
+    /// Doubles each `quote` in `text` and puts one before and behind it.
+    static void QuoteAround(String& text, const wchar_t* quote);
+
+    // ---- Clean-up and extraction --------------------------------------------------------------------------
+
+    /// Puts a carriage return before each line feed that has none.
+    static String LineFeedConversion(const String& text);
+    /// Makes each run of line breaks and tabs one blank, and trims both ends.
+    static void MakeOneLineString(String& text);
+    /// Keep what iswprint accepts; drop what iswpunct accepts. Surrogate pairs count as their character.
+    static String RemoveNonPrintableChars(const String& text);
+    static String RemovePunctuationChars(const String& text);
+    /// The first `n` characters, or fewer: a longer text is cut at the end of a word, where there is one, and
+    /// never inside a surrogate pair.
+    static String GetTextFragment(const String& text, std::size_t n);
+    /// The same over marked-up text: tags and comments do not count and are not cut, a character reference
+    /// counts as one character. The second form also closes the elements that are open at the cut.
+    static String GetNonWellFormedTextFragment(const String& text, std::size_t n);
+    static String GetHTMLFragment(const String& text, std::size_t n);
+    /// Puts the text between the first `open` and the next `close` after it into `out`; false, with `out`
+    /// empty, when there is none.
+    static bool ExtractTextSegmentIntoString(const String& text, const wchar_t* open, const wchar_t* close,
+                                             String& out);
 };
 
+namespace sup {
+
 /// The order of wcscmp.
-BRIMPORTABLE_API bool operator<(const sup::String<wchar_t>& a, const sup::String<wchar_t>& b);
+BRIMPORTABLE_API bool operator<(const String<wchar_t>& a, const String<wchar_t>& b);
+
+} // namespace sup

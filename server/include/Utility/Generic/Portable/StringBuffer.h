@@ -36,7 +36,7 @@ public:
     }
 
 private:
-    T m_static[N + 1];
+    mutable T m_static[N + 1]; // c_str() of a constant buffer writes the zero
 };
 
 extern template class BRIMPORTABLE_API StringBufferTemplate<511, wchar_t>;

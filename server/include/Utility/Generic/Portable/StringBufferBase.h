@@ -48,7 +48,7 @@ public:
         *m_pPos = T();
         return m_pBuffer;
     }
-    string_type asString() const { return string_type(m_pBuffer, length()); }
+    string_type asString() const { return empty() ? string_type() : string_type(m_pBuffer, length()); }
 
     // ---- Clearing and sizing ------------------------------------------------------------------------------
 
