@@ -1,0 +1,100 @@
+// Converts a text of any length from one code page to another, piece by piece, in memory of a fixed size.
+//
+//   while (n = read(converter.room(), converter.roomLength())) { converter.convert(n);
+//   write(converter.output()); } converter.finish(); write(converter.output());
+//
+// Each piece is judged first; only its well-formed part goes through the library's transcoders. A character
+// that the end of a piece cuts waits at the front of the buffer for the next piece.
+#pragma once
+
+#include "judge.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace sup::transcodeimpl {
+class TranscoderImplBase;
+}
+
+namespace brimtool {
+
+/// A place in the input: bytes and LFs before it.
+struct Position {
+    std::uint64_t bytes = 0;
+    std::uint64_t lines = 0;
+};
+
+/// The first thing in the input that could not be converted as it stands.
+struct Problem {
+    Position at;
+    std::string description;
+};
+
+class TextConverter {
+public:
+    /// Both are built-in code pages. `lossy` writes replacement characters where it would stop otherwise.
+    TextConverter(int from, int to, bool lossy);
+    ~TextConverter();
+
+    /// Where the next piece goes, and how much of it there may be.
+    char* room() noexcept { return m_input.get() + m_carried; }
+    std::size_t roomLength() const noexcept { return kPieceLength; }
+
+    /// Converts the `length` bytes that were put at room(). False when it had to stop: problem() tells why,
+    /// output() holds what came before, and nothing more may be converted.
+    bool convert(std::size_t length);
+    /// Ends the text. As convert().
+    bool finish();
+    /// What the last convert() or finish() gave.
+    std::string_view output() const noexcept { return {m_output.get(), m_outputLength}; }
+
+    const std::optional<Problem>& problem() const noexcept { return m_problem; }
+    /// What has been converted so far; characters include replacement characters.
+    const Position& position() const noexcept { return m_position; }
+    std::uint64_t characters() const noexcept { return m_characters; }
+    /// Replacement characters written for malformed sequences, and for characters that the target page lacks.
+    std::uint64_t malformed() const noexcept { return m_malformed; }
+    std::uint64_t unconvertible() const noexcept { return m_unconvertible; }
+
+private:
+    using Transcoder = sup::transcodeimpl::TranscoderImplBase;
+    struct Untranslatable;
+
+    static constexpr std::size_t kPieceLength = std::size_t{64} * 1024;
+    static constexpr std::size_t kInputLength = kPieceLength + Judge::kLongestCut;
+
+    static std::size_t onUntranslatable(void* param, const wchar_t* src, std::size_t srcLen, char* dst,
+                                        std::size_t dstLen);
+
+    bool convertInput(std::size_t length, bool last);
+    bool convertWellFormed(const char* text, std::size_t length);
+    bool replaceMalformed(const char* sequence, std::size_t length, bool cut);
+    void note(const Position& at, std::string description);
+
+    int m_fromPage;
+    int m_toPage;
+    bool m_lossy;
+    const Transcoder& m_from;
+    const Transcoder& m_to;
+    std::unique_ptr<Judge> m_judge;
+    std::string m_replacement; // of malformed sequences, in the target page
+
+    std::size_t m_outputRoom;
+    std::unique_ptr<char[]> m_input;
+    std::unique_ptr<wchar_t[]> m_wide;
+    std::unique_ptr<char[]> m_output;
+    std::size_t m_carried = 0;
+    std::size_t m_outputLength = 0;
+
+    Position m_position;
+    std::uint64_t m_characters = 0;
+    std::uint64_t m_malformed = 0;
+    std::uint64_t m_unconvertible = 0;
+    std::optional<Problem> m_problem;
+};
+
+} // namespace brimtool
