@@ -49,7 +49,10 @@ std::string outputOfFreshRing(Body body) {
 }
 
 TEST(BStringBuffer, IsOneInstance) {
-    EXPECT_EQ(&BStringBuffer::GetBuffer(), &BStringBuffer::GetBuffer());
+    EXPECT_EQ(outputOfFreshRing([] {
+                  std::printf(&BStringBuffer::GetBuffer() == &BStringBuffer::GetBuffer() ? "one" : "two");
+              }),
+              "one");
     EXPECT_FALSE(std::is_default_constructible<BStringBuffer>::value);
     EXPECT_FALSE(std::is_copy_constructible<BStringBuffer>::value);
 }

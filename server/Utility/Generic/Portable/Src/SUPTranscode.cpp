@@ -12,7 +12,7 @@
 #include <cstring>
 #include <cwchar>
 #include <limits>
-#include <strings.h>
+#include <string_view>
 
 using sup::transcodeimpl::TranscoderCache;
 using sup::transcodeimpl::TranscoderImplBase;
@@ -23,6 +23,17 @@ namespace {
 
 constexpr unsigned int kUtf8 = 65001;
 constexpr std::size_t kFailed = static_cast<std::size_t>(-1);
+// Texts of so many units, the zero included, are converted without an allocation.
+constexpr std::size_t kInlineUnits = 513;
+constexpr std::string_view kAnsiName = "ANSI";
+constexpr std::string_view kUtf8Name = "UTF8";
+
+// In ASCII: no locale changes what a name means.
+template <class T>
+bool isName(std::basic_string_view<T> text, std::string_view upperCaseName) {
+    return std::equal(text.begin(), text.end(), upperCaseName.begin(), upperCaseName.end(),
+                      [](T c, char name) { return (c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c) == name; });
+}
 
 // 0 until GetACP() has computed it; two threads that race compute the same.
 std::atomic<unsigned int> g_systemCodePage{0};
@@ -59,7 +70,7 @@ struct Ucs2ToBytes {
     static std::size_t terminatedLength(const unsigned short* src) { return UCS2Strlen(src) + 1; }
     static std::size_t convert(const TranscoderImplBase& transcoder, const unsigned short* src,
                                std::size_t srcLen, char* dst, std::size_t dstLen) {
-        AutoBuffer<wchar_t, 256> wide;
+        AutoBuffer<wchar_t, kInlineUnits> wide;
         wide.growNoPreserve(srcLen);
         std::copy(src, src + srcLen, wide.data());
         return WideToBytes::convert(transcoder, wide.data(), srcLen, dst, dstLen);
@@ -73,7 +84,7 @@ struct BytesToUcs2 {
     static std::size_t terminatedLength(const char* src) { return std::strlen(src) + 1; }
     static std::size_t convert(const TranscoderImplBase& transcoder, const char* src, std::size_t srcLen,
                                unsigned short* dst, std::size_t dstLen) {
-        AutoBuffer<wchar_t, 256> wide;
+        AutoBuffer<wchar_t, kInlineUnits> wide;
         wide.growNoPreserve(srcLen);
         const std::size_t units = BytesToWide::convert(transcoder, src, srcLen, wide.data(), srcLen);
         if (units == kFailed || units > dstLen) {
@@ -100,7 +111,7 @@ int convertHandlingShortDestination(const typename Conversion::Source* src, std:
                                     typename Conversion::Target* dst, std::size_t dstLen,
                                     const TranscoderImplBase& transcoder) {
     const std::size_t room = srcLen * Conversion::kUnitsPerSourceUnit;
-    AutoBuffer<typename Conversion::Target, 256> converted;
+    AutoBuffer<typename Conversion::Target, kInlineUnits * Conversion::kUnitsPerSourceUnit> converted;
     converted.growNoPreserve(room);
     const std::size_t units = Conversion::convert(transcoder, src, srcLen, converted.data(), room);
     if (units == kFailed) {
@@ -181,14 +192,16 @@ unsigned int SystemUtility::GetACP() {
 }
 
 int SystemUtility::GetCodePageFromString(const sup::String<wchar_t>& name) {
-    if (::wcscasecmp(name.c_str(), L"ANSI") == 0) {
+    const std::wstring_view text(name.begin(), name.length());
+    if (isName(text, kAnsiName)) {
         return static_cast<int>(g_systemCodePage.load(std::memory_order_relaxed));
     }
-    return ::wcscasecmp(name.c_str(), L"UTF8") == 0 ? static_cast<int>(kUtf8) : -1;
+    return isName(text, kUtf8Name) ? static_cast<int>(kUtf8) : -1;
 }
 
 bool SystemUtility::IsValidCodePage(const char* name) {
-    return name != nullptr && (::strcasecmp(name, "ANSI") == 0 || ::strcasecmp(name, "UTF8") == 0);
+    return name != nullptr &&
+           (isName(std::string_view(name), kAnsiName) || isName(std::string_view(name), kUtf8Name));
 }
 
 int SystemUtility::WideCharToMultiByte(const wchar_t* src, int srcLen, char* dst, int dstLen,

@@ -62,7 +62,7 @@ auto ByteStringData<T>::allocateData(std::size_t capacity, unsigned int bytesPer
     }
     const std::size_t bytes = kFixedBytes + bytesPerChar * capacity + (bytesPerChar == 1 ? 0 : 3);
     if (bytes > std::numeric_limits<std::uint32_t>::max()) {
-        char* volatile nowhere = nullptr; // volatile, so that the compiler keeps the write
+        volatile char* volatile nowhere = nullptr; // volatile, so that the compiler keeps the write
         *nowhere = 0;
         __builtin_trap();
     }

@@ -29,10 +29,10 @@ public:
 
     // ---- Conversions --------------------------------------------------------------------------------------
     // A source length of -1 means a zero-terminated source, whose zero is converted and counted. The result
-    // is the number of units written. With a null destination, or one of length 0, it is the number needed. A
-    // destination that is too small receives what fits, possibly cut inside a character, and the result is 0.
-    // So it is for a null source, a length below -1, a result beyond INT_MAX, and an unknown code page once
-    // the error-message manager has returned from its report. Throws std::bad_alloc.
+    // is the number of units written. With a null destination, or one of length 0 or less, it is the number
+    // needed. A destination that is too small receives what fits, possibly cut inside a character, and the
+    // result is 0. So it is for a null source, a length below -1, a result beyond INT_MAX, and an unknown
+    // code page once the error-message manager has returned from its report. Throws std::bad_alloc.
 
     static int WideCharToMultiByte(const wchar_t* src, int srcLen, char* dst, int dstLen,
                                    unsigned int codePage);
