@@ -292,7 +292,7 @@ TYPED_TEST(ByteStringCapacity, ReserveMakesRoomInABlockOfTheSameWidth) {
 
 TYPED_TEST(ByteStringCapacity, ReserveOfASharedStringMakesItPrivate) {
     using B = sup::ByteString<TypeParam>;
-    for (const std::size_t n : {0, 3, 5, 9}) {
+    for (const std::size_t n : {0U, 3U, 5U, 9U}) {
         B b(TEXT("hello"));
         const B other(b);
         AllocationLog log;

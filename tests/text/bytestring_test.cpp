@@ -99,7 +99,7 @@ TEST(ByteStringBlocks, SizesOfTheTable) {
 TYPED_TEST(ByteStringLayout, FreshBlockHasCountOneLengthZeroAndAZeroCharacter) {
     using Data = sup::string_details::ByteStringData<TypeParam>;
     for (const unsigned int width : {1U, static_cast<unsigned int>(sizeof(TypeParam))}) {
-        for (const std::size_t n : {0, 1, 7, 100}) {
+        for (const std::size_t n : {0U, 1U, 7U, 100U}) {
             AllocationLog log;
             Data* const block = Data::allocateData(n, width);
             EXPECT_EQ(block->m_refCount.get(), 1);
@@ -232,7 +232,7 @@ TYPED_TEST(ByteStringConstruction, OneCharacter) {
 TYPED_TEST(ByteStringConstruction, CapacityAndWidthMakeAnEmptyBlock) {
     using B = sup::ByteString<TypeParam>;
     const auto full = static_cast<unsigned int>(sizeof(TypeParam));
-    for (const std::size_t capacity : {0, 1, 5, 1000}) {
+    for (const std::size_t capacity : {0U, 1U, 5U, 1000U}) {
         for (const unsigned int width : {1U, full}) {
             AllocationLog log;
             const B b(capacity, width);

@@ -47,7 +47,7 @@ protected:
 
 // The superuser may write everything unless it gives that up.
 void obeyPermissions() {
-    for (const unsigned long capability : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH}) {
+    for (const unsigned long capability : {0UL + CAP_DAC_OVERRIDE, 0UL + CAP_DAC_READ_SEARCH}) {
         ::prctl(PR_CAPBSET_DROP, capability, 0, 0, 0);
     }
 }
