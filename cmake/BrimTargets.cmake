@@ -23,7 +23,11 @@ function(brim_add_test name)
   add_executable(${name} ${arg_SOURCES})
   target_compile_features(${name} PRIVATE cxx_std_20)
   # The library is optimised; optimising its tests too would only double the time to build them.
-  target_compile_options(${name} PRIVATE $<$<CONFIG:Release,RelWithDebInfo>:-O1>)
+  if(BRIM_SANITIZE)
+    target_compile_options(${name} PRIVATE -O0)
+  else()
+    target_compile_options(${name} PRIVATE $<$<CONFIG:Release,RelWithDebInfo>:-O1>)
+  endif()
   target_link_libraries(${name} PRIVATE
     ${arg_LIBRARIES} brimportable::brimportable GTest::gtest_main GTest::gmock brim_warnings brim_sanitizers)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support)

@@ -686,12 +686,14 @@ TEST_P(DireStraits, NoBytesAreReadableAnywhere) {
 }
 
 TEST_P(DireStraits, RangesThatNoMemoryCanHaveAreUnreadable) {
+    const Precipice precipice(Gone::kProtected);
     const DireStraitsPrintWriter writer(kDireStraits, m_sink, 10);
-    const int readable = 0;
-    EXPECT_FALSE(writer.isAddressReadable(&readable, kTop)) << "around the end of the address space";
-    EXPECT_FALSE(writer.isAddressReadable(&readable, kTop / 2));
-    EXPECT_FALSE(writer.isAddressReadable(&readable, kTop - reinterpret_cast<std::uintptr_t>(&readable) + 1));
-    EXPECT_FALSE(writer.isAddressReadable(&readable, kTop - reinterpret_cast<std::uintptr_t>(&readable) + 2));
+    const void* const readable = precipice.base();
+    const std::size_t toTheTop = kTop - reinterpret_cast<std::uintptr_t>(readable);
+    EXPECT_FALSE(writer.isAddressReadable(readable, kTop)) << "around the end of the address space";
+    EXPECT_FALSE(writer.isAddressReadable(readable, toTheTop + 2)) << "one byte around it";
+    EXPECT_FALSE(writer.isAddressReadable(readable, toTheTop + 1)) << "up to the last address";
+    EXPECT_FALSE(writer.isAddressReadable(readable, kTop / 2));
     for (const std::uintptr_t at : {kTop, kTop - 1, kTop - 4095, kTop - 4096, std::uintptr_t{1} << 47U,
                                     std::uintptr_t{1} << 63U, std::uintptr_t{0xFFFF800000000000}}) {
         for (const std::size_t length : {std::size_t{1}, std::size_t{2}, kPage, kPage + 1, kTop}) {
@@ -951,7 +953,7 @@ TEST_P(DireStraits, BuffersThatCannotBeReadAreMarked) {
     for (const Gone gone : kEveryWayToBeGone) {
         const Precipice precipice(gone);
         std::memset(precipice.edge() - 64, 0, 64);
-        for (const std::size_t readable : {0, 8, 16, 24}) {
+        for (const std::size_t readable : {0U, 8U, 16U, 24U}) {
             EXPECT_EQ(shown(pretended<BufferBase>(precipice.edge() - readable)), L"<unreadable>") << readable;
         }
     }

@@ -249,7 +249,7 @@ TEST(PrintWriterBase, NumbersAreThoseOfTheCLibrary) {
 // ---- Runs of characters -----------------------------------------------------------------------------------
 
 TEST(PrintWriterBase, RunsAreWrittenInChunksOf64AndARest) {
-    for (const std::size_t n : {0, 1, 5, 63, 64, 65, 127, 128, 129, 1000, 6400}) {
+    for (const std::size_t n : {0U, 1U, 5U, 63U, 64U, 65U, 127U, 128U, 129U, 1000U, 6400U}) {
         Sink sink;
         sink.append(n, L'-');
         Chunks chunks(n / 64, 64);

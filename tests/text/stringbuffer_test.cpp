@@ -158,7 +158,7 @@ void expectInitialCapacity(std::size_t initial, std::size_t capacity) {
 }
 
 TYPED_TEST(StringBuffer, InitialCapacityBeyondTheInlineArrayIsOnTheHeap) {
-    for (const std::size_t initial : {0, 1, 510, 511}) {
+    for (const std::size_t initial : {0U, 1U, 510U, 511U}) {
         expectInitialCapacity<511, TypeParam>(initial, 511);
     }
     expectInitialCapacity<511, TypeParam>(512, 1023);
@@ -215,8 +215,8 @@ TYPED_TEST(StringBuffer, SmallestHeapBlockHolds63Characters) {
 TYPED_TEST(StringBuffer, EveryOperationGrowsToThePowerOfTwoLessOneThatHoldsTheText) {
     for (const Growing<TypeParam>& operation : growingOperations<TypeParam>()) {
         for (const std::size_t needed :
-             {16, 17, 62, 63, 64, 127, 128, 255, 256, 511, 512, 1023, 1024, 5000}) {
-            for (const std::size_t before : {0, 5, 16}) {
+             {16U, 17U, 62U, 63U, 64U, 127U, 128U, 255U, 256U, 511U, 512U, 1023U, 1024U, 5000U}) {
+            for (const std::size_t before : {0U, 5U, 16U}) {
                 sup::StringBufferTemplate<16, TypeParam> buffer;
                 fill<TypeParam>(buffer, before);
                 AllocationLog log;
@@ -260,7 +260,7 @@ TYPED_TEST(StringBuffer, OldHeapBlockIsFreedWithItsSize) {
 }
 
 TYPED_TEST(StringBuffer, SizesThatNoBlockCanHaveAreNotRequested) {
-    for (const std::size_t before : {0, 5}) {
+    for (const std::size_t before : {0U, 5U}) {
         sup::StringBufferTemplate<16, TypeParam> buffer;
         fill<TypeParam>(buffer, before);
         const Snapshot<TypeParam> snapshot(buffer);
@@ -344,7 +344,7 @@ TYPED_TEST(StringBuffer, OnlyCStrWritesTheZero) {
 }
 
 TYPED_TEST(StringBuffer, CStrOfAFullBufferDoesNotGrow) {
-    for (const std::size_t n : {16, 63, 127}) {
+    for (const std::size_t n : {16U, 63U, 127U}) {
         sup::StringBufferTemplate<16, TypeParam> buffer;
         fill<TypeParam>(buffer, n);
         ASSERT_EQ(buffer.capacity(), n);
@@ -462,7 +462,7 @@ TYPED_TEST(StringBuffer, AppendingNothingDoesNothing) {
 
 TYPED_TEST(StringBuffer, BufferAppendedToItselfComesOutDoubled) {
     // Inside the inline array, to its edge and over it, on the heap, to its edge and over it.
-    for (const std::size_t n : {0, 1, 7, 8, 9, 16, 17, 31, 32, 63, 64, 100, 127}) {
+    for (const std::size_t n : {0U, 1U, 7U, 8U, 9U, 16U, 17U, 31U, 32U, 63U, 64U, 100U, 127U}) {
         sup::StringBufferTemplate<16, TypeParam> buffer;
         fill<TypeParam>(buffer, n);
         EXPECT_EQ(&buffer.append(buffer), &buffer);
@@ -471,9 +471,9 @@ TYPED_TEST(StringBuffer, BufferAppendedToItselfComesOutDoubled) {
 }
 
 TYPED_TEST(StringBuffer, RangesInsideTheBufferAreAppended) {
-    for (const std::size_t n : {16, 63, 127}) {
+    for (const std::size_t n : {16U, 63U, 127U}) {
         for (const std::size_t first : {std::size_t{0}, std::size_t{5}, n - 1, n}) {
-            for (const std::size_t cut : {0, 1, 5}) { // with and without room left
+            for (const std::size_t cut : {0U, 1U, 5U}) { // with and without room left
                 sup::StringBufferTemplate<16, TypeParam> buffer;
                 fill<TypeParam>(buffer, n);
                 buffer.resize(n - cut);
@@ -618,7 +618,7 @@ TYPED_TEST(StringBuffer, FormattingMakesTheRoomThatIsGranted) {
 }
 
 TYPED_TEST(StringBuffer, FormattedTextFitsWithItsZero) {
-    for (const std::size_t n : {2, 16, 17, 63, 64, 65}) {
+    for (const std::size_t n : {2U, 16U, 17U, 63U, 64U, 65U}) {
         sup::StringBufferTemplate<16, TypeParam> buffer;
         buffer.appendFormatted(n, TEXT("%*d"), static_cast<int>(n - 1), 7);
         EXPECT_EQ(textOf<TypeParam>(buffer),
@@ -628,7 +628,7 @@ TYPED_TEST(StringBuffer, FormattedTextFitsWithItsZero) {
 }
 
 TEST(StringBufferFormat, WideTextThatDoesNotFitTakesOneCharacterOffTheEnd) {
-    for (const std::size_t n : {0, 1, 5, 10}) { // ten characters need eleven
+    for (const std::size_t n : {0U, 1U, 5U, 10U}) { // ten characters need eleven
         sup::StringBufferTemplate<16, wchar_t> buffer;
         buffer.append(L"abc");
         EXPECT_EQ(&buffer.appendFormatted(n, L"%d", 1234567890), &buffer);
@@ -665,7 +665,7 @@ TEST(StringBufferFormat, FailureInAnEmptyBufferStaysAtTheStart) {
 }
 
 TEST(StringBufferFormat, NarrowTextThatDoesNotFitCountsInFullAndItsTailIsZeros) {
-    for (const std::size_t n : {0, 1, 2, 5, 9, 10}) {
+    for (const std::size_t n : {0U, 1U, 2U, 5U, 9U, 10U}) {
         sup::StringBufferTemplate<256, char> buffer;
         buffer.append(200, '#'); // what the tail must not show
         buffer.clear();
@@ -777,7 +777,7 @@ TYPED_TEST(StringBuffer, ReplaceByAStringFailsTheSameAssertion) {
 
 TYPED_TEST(StringBuffer, EraseRemovesUpToTheEnd) {
     const std::basic_string<TypeParam> text = alphabet<TypeParam>(20);
-    for (const std::size_t inlineOrHeap : {16, 20}) {
+    for (const std::size_t inlineOrHeap : {16U, 20U}) {
         for (std::size_t start = 0; start <= inlineOrHeap; ++start) {
             for (const std::size_t n : {std::size_t{0}, std::size_t{1}, std::size_t{3}, inlineOrHeap - start,
                                         inlineOrHeap, std::size_t{100}, kNone - 1, kNone}) {
@@ -899,7 +899,7 @@ TYPED_TEST(StringBuffer, ChunksAreWrittenAndThenCommitted) {
 // ---- Copies -----------------------------------------------------------------------------------------------
 
 TYPED_TEST(StringBuffer, CopiesHaveStorageOfTheirOwn) {
-    for (const std::size_t n : {0, 1, 16, 17, 100}) {
+    for (const std::size_t n : {0U, 1U, 16U, 17U, 100U}) {
         sup::StringBufferTemplate<16, TypeParam> buffer;
         fill<TypeParam>(buffer, n);
         const std::size_t capacity = n <= 16 ? 16 : grownCapacity(n);
@@ -932,8 +932,8 @@ TYPED_TEST(StringBuffer, CopyOfShortTextInAHeapBlockIsInline) {
 }
 
 TYPED_TEST(StringBuffer, AssignmentCopiesTheTextOfEitherKind) {
-    for (const std::size_t from : {0, 1, 16, 17, 100, 200}) {
-        for (const std::size_t to : {0, 5, 16, 17, 100}) {
+    for (const std::size_t from : {0U, 1U, 16U, 17U, 100U, 200U}) {
+        for (const std::size_t to : {0U, 5U, 16U, 17U, 100U}) {
             sup::StringBufferTemplate<16, TypeParam> source;
             fill<TypeParam>(source, from);
             const BufferBase<TypeParam>& base = source;
@@ -954,7 +954,7 @@ TYPED_TEST(StringBuffer, AssignmentCopiesTheTextOfEitherKind) {
 }
 
 TYPED_TEST(StringBuffer, AssignmentToItselfChangesNothing) {
-    for (const std::size_t n : {0, 10, 100}) {
+    for (const std::size_t n : {0U, 10U, 100U}) {
         sup::StringBufferTemplate<16, TypeParam> buffer;
         fill<TypeParam>(buffer, n);
         const Snapshot<TypeParam> snapshot(buffer);
@@ -986,7 +986,7 @@ TYPED_TEST(StringBuffer, CopiesWithoutMemoryThrow) {
         EXPECT_THROW(Buffer{source}, std::bad_alloc);
         EXPECT_TRUE(refusal.happened());
     }
-    for (const std::size_t n : {5, 40}) {
+    for (const std::size_t n : {5U, 40U}) {
         Buffer target;
         fill<TypeParam>(target, n);
         const Snapshot<TypeParam> snapshot(target);

@@ -14,7 +14,7 @@
 namespace sup::transcodeimpl {
 
 /// Converters of one direction, lent out: one may serve one thread at a time only.
-class IconvPool {
+class BRIMPORTABLE_API IconvPool {
 public:
     IconvPool(const char* to, const char* from) : m_to(to), m_from(from) {}
     ~IconvPool();

@@ -35,7 +35,7 @@ void emptyUnlessConverted(int converted, T* dst) {
 }
 
 // 3 bytes a character hold everything but whole code points above U+FFFF. 0 when that is not enough.
-int convertAll(const String& src, AutoBuffer<char, kInline>& buffer, unsigned int codePage) {
+int convertAll(const String& src, AutoBuffer<char, 3 * kInline>& buffer, unsigned int codePage) {
     const std::size_t room = 3 * src.length() + 3;
     buffer.growNoPreserve(room);
     return SystemUtility::WideCharToMultiByte(src.c_str(), buffer.data(), asInt(room), codePage);
@@ -140,8 +140,8 @@ String BaseStringUtil::StdStringToString(const NarrowString& src, unsigned int c
 
 NarrowString BaseStringUtil::StringToStdString(const wchar_t* src, unsigned int codePage) {
     const int needed = SystemUtility::WideCharToMultiByte(src, nullptr, 0, codePage);
-    AutoBuffer<char, 512> buffer;
-    buffer.growNoPreserve(4 * static_cast<std::size_t>(needed) + 4);
+    AutoBuffer<char, 4 * kInline> buffer;
+    buffer.growNoPreserve(static_cast<std::size_t>(needed));
     const int converted =
         needed == 0 ? 0 : SystemUtility::WideCharToMultiByte(src, buffer.data(), needed, codePage);
     return NarrowString(buffer.data(), lengthOf(converted));
@@ -161,7 +161,7 @@ bool BaseStringUtil::TryStringToStdString(const String& src, NarrowString& out, 
     if (src.empty()) {
         return true;
     }
-    AutoBuffer<char, kInline> buffer;
+    AutoBuffer<char, 3 * kInline> buffer;
     const int converted = convertAll(src, buffer, codePage);
     if (converted < 1) {
         return false;

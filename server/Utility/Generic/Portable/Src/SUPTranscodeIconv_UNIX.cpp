@@ -170,19 +170,19 @@ auto TranscoderIconv::multibyteToUnicode(const char* src, size_type srcLen, wide
     char* in = const_cast<char*>(src); // iconv only reads it
     std::size_t inLeft = srcLen;
     size_type written = 0;
-    while (inLeft != 0) {
-        std::uint16_t units[1024];
+    for (bool isLast = srcLen == 0; !isLast;) {
+        // The last turn asks for what the converter still holds: some wait for a mark that may follow.
+        isLast = inLeft == 0;
+        constexpr std::size_t kRoom = 1024;
+        std::uint16_t units[kRoom + 1]; // and a replacement
         char* out = reinterpret_cast<char*>(units);
-        std::size_t outLeft = sizeof(units);
-        const std::size_t result = ::iconv(converter.get(), &in, &inLeft, &out, &outLeft);
+        std::size_t outLeft = kRoom * sizeof(*units);
+        const std::size_t result =
+            ::iconv(converter.get(), isLast ? nullptr : &in, isLast ? nullptr : &inLeft, &out, &outLeft);
         const int error = result == kFailed ? errno : 0;
-        std::size_t count = (sizeof(units) - outLeft) / sizeof(*units);
+        std::size_t count = kRoom - outLeft / sizeof(*units);
         if (error != 0 && error != E2BIG) {
             reporter.report(error);
-            // E2BIG left room for two units at least; the other errors may have filled the buffer.
-            if (count == std::size(units)) {
-                --count;
-            }
             units[count++] = static_cast<std::uint16_t>(kernels::kReplacement);
             in += inLeft == 0 ? 0 : 1;
             inLeft = error == EILSEQ ? inLeft - 1 : 0;
@@ -212,6 +212,10 @@ auto TranscoderIconv::unicodeToMultibyte(const wide_char* src, size_type srcLen,
     // Writes "?" through the converter, which knows the shift state, or what the callback says.
     const auto replace = [&](const wide_char* character, std::size_t units) {
         if (cb != nullptr) {
+            // What the callback writes is text in the first shift state, after all that came before.
+            if (::iconv(converter.get(), nullptr, nullptr, &out, &outLeft) == kFailed) {
+                return false;
+            }
             const std::size_t written = cb(cbParam, character, units, out, outLeft);
             if (written > outLeft) { // -1 too
                 return false;

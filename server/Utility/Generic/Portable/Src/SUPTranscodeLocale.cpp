@@ -83,6 +83,7 @@ sup::String<wchar_t> GetLocaleFile() {
         return path();
     }
     const NarrowString saved(current); // the C library overwrites it
+    SystemUtility::GetACP();           // found now, under the process's own locale, and not below under "C"
     if (std::setlocale(LC_CTYPE, "C") == nullptr) {
         report(ErrorManager::E_Portable_LocaleUnavailable, "C", nullptr);
     }

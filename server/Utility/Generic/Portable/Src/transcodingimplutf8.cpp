@@ -1,7 +1,7 @@
 #include "transcodingimplutf8.h"
 
 #include "EncodingUTF8.h"
-#include "kernels/utf8.h"
+#include "kernels/kernels.h"
 
 #include <algorithm>
 #include <cstring>
@@ -26,7 +26,7 @@ constexpr Encoder ktW2NUtf8er{};
 bool decodeBounded(const char*& src, const char* end, wchar_t*& dst, const wchar_t* dstEnd) {
     for (;;) {
         const kernels::DecodeProgress at =
-            kernels::decodeUtf8(src, src + std::min(end - src, dstEnd - dst), dst);
+            kernels::kernels().decodeUtf8(src, src + std::min(end - src, dstEnd - dst), dst);
         const bool moved = at.src != src;
         src = at.src;
         dst = at.dst;
@@ -123,7 +123,7 @@ std::size_t Encoder::encode(const wchar_t* src, std::size_t srcLen, char* dst, s
     const char* const dstEnd = dst + dstLen;
     while (src != end) {
         const kernels::EncodeProgress at =
-            kernels::encodeUtf8(src, src + std::min(end - src, (dstEnd - dst) / 3), dst);
+            kernels::kernels().encodeUtf8(src, src + std::min(end - src, (dstEnd - dst) / 3), dst);
         src = at.src;
         dst = at.dst;
         if (src == end) {
@@ -141,7 +141,7 @@ std::size_t Encoder::encode(const wchar_t* src, std::size_t srcLen, char* dst, s
 }
 
 std::size_t Encoder::calculateExactSize(const wchar_t* src, std::size_t srcLen) noexcept {
-    return kernels::exactUtf8Size(src, srcLen);
+    return kernels::kernels().exactUtf8Size(src, srcLen);
 }
 
 TranscoderImplBase* TranscoderImplUTF8::CreateTranscoderTable(const UnicodeMultibyteMapping* /*table*/,

@@ -33,7 +33,7 @@
 namespace sup {
 
 template <class T>
-class ByteString;
+class BRIMPORTABLE_API ByteString;
 
 namespace string_details {
 

@@ -1,8 +1,10 @@
-// The UTF-8 hot loops, over pointers. EncodingUTF8.h tells the rules; what happens to one character is
-// written here once, and the loops only find runs that need no care.
+// What the UTF-8 loops do with one character, for all levels in one place; EncodingUTF8.h tells the rules.
+// The loops (kernels.h) only find runs on which every rule agrees, and leave the rest to these functions.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 
 namespace sup::kernels {
 
@@ -117,15 +119,99 @@ inline EncodedCharacter encodeCharacter(const wchar_t* src, const wchar_t* end) 
             consumed};
 }
 
-/// Decodes [src, end) into `dst`, which has room for end - src units. Stops before a sequence that `end`
-/// cuts.
-DecodeProgress decodeUtf8(const char* src, const char* end, wchar_t* dst) noexcept;
+/// Writes exactly the bytes of the character. A copy of a length that the compiler does not know is a call.
+inline char* writeCharacter(const EncodedCharacter& character, char* dst) noexcept {
+    dst[0] = character.bytes[0];
+    if (character.length > 1) {
+        dst[1] = character.bytes[1];
+    }
+    if (character.length > 2) {
+        dst[2] = character.bytes[2];
+    }
+    if (character.length > 3) {
+        dst[3] = character.bytes[3];
+    }
+    return dst + character.length;
+}
 
-/// Encodes [src, end) into `dst`, which has room for three bytes a unit. Stops before a unit above 0xFFFF,
-/// which may need four, and before a high surrogate at the very end, whose pair it cannot see.
-EncodeProgress encodeUtf8(const wchar_t* src, const wchar_t* end, char* dst) noexcept;
+/// The bytes that the exact size counts for the character at `src`, which is not `end`, and its units. Most
+/// lone surrogates count as one byte.
+struct CountedCharacter {
+    std::size_t size;
+    std::size_t consumed;
+};
+inline CountedCharacter countCharacter(const wchar_t* src, const wchar_t* end) noexcept {
+    const char32_t c = static_cast<char32_t>(*src);
+    if (c < 0x800) {
+        return {c < 0x80 ? 1U : 2U, 1};
+    }
+    if (isHighSurrogate(c)) {
+        const bool paired = end - src > 1 && isLowSurrogate(static_cast<char32_t>(src[1]));
+        return paired ? CountedCharacter{4, 2} : CountedCharacter{1, 1};
+    }
+    if (isLowSurrogate(c)) {
+        return {c == 0xDFFF ? 3U : 1U, 1};
+    }
+    return {c < kFirstSupplementary ? 3U : c <= kLastCodePoint ? 4U : 1U, 1};
+}
 
-/// T2NEncodingUTF8::calculateExactSize().
-std::size_t exactUtf8Size(const wchar_t* src, std::size_t srcLen) noexcept;
+// ---- Loops by the rule ------------------------------------------------------------------------------------
+
+/// Decodes by the rule until `until`, which is not beyond `end`, is reached or passed; false when `end` cuts
+/// the next sequence. Eight ASCII bytes go at once: they become no more units than there is room for.
+inline bool decodeByRule(DecodeProgress& at, const char* until, const char* end) noexcept {
+    while (at.src < until) {
+        if (until - at.src >= 8) {
+            std::uint64_t bytes = 0;
+            std::memcpy(&bytes, at.src, sizeof(bytes));
+            if ((bytes & 0x8080808080808080U) == 0) {
+                for (std::size_t i = 0; i < 8; ++i) {
+                    at.dst[i] = static_cast<wchar_t>(at.src[i]);
+                }
+                at.src += 8;
+                at.dst += 8;
+                continue;
+            }
+        }
+        const DecodedSequence sequence = decodeSequence(at.src, end);
+        if (sequence.consumed == 0) {
+            return false;
+        }
+        at.src += sequence.consumed;
+        at.dst = writeUnits(sequence.value, at.dst);
+    }
+    return true;
+}
+
+/// Encodes by the rule until `until`, which is not beyond `end`, is reached or passed; false before a unit
+/// above 0xFFFF and before a high surrogate at the very end.
+inline bool encodeByRule(EncodeProgress& at, const wchar_t* until, const wchar_t* end) noexcept {
+    while (at.src < until) {
+        const auto unit = static_cast<char32_t>(*at.src);
+        if (unit < 0x80) {
+            *at.dst++ = static_cast<char>(unit);
+            ++at.src;
+            continue;
+        }
+        if (unit >= kFirstSupplementary || (isHighSurrogate(unit) && end - at.src == 1)) {
+            return false;
+        }
+        const EncodedCharacter character = encodeCharacter(at.src, end);
+        at.dst = writeCharacter(character, at.dst);
+        at.src += character.consumed;
+    }
+    return true;
+}
+
+/// Counts by the rule until `until`, which is not beyond `end`, is reached or passed; moves `src` there.
+inline std::size_t countByRule(const wchar_t*& src, const wchar_t* until, const wchar_t* end) noexcept {
+    std::size_t size = 0;
+    while (src < until) {
+        const CountedCharacter character = countCharacter(src, end);
+        size += character.size;
+        src += character.consumed;
+    }
+    return size;
+}
 
 } // namespace sup::kernels

@@ -1,4 +1,6 @@
-#include "kernels/utf8.h"
+// The level that every x86-64 processor has: blocks with SSE2, everything else by the rule.
+#include "kernels/kernels.h"
+#include "kernels/utf8_runs.h"
 
 #include <cstdint>
 #include <cstring>
@@ -8,25 +10,12 @@ namespace sup::kernels {
 
 namespace {
 
-// A decoder block is 64 bytes, one bit of a 64-bit mask each. The loops below read up to 16 bytes from any
-// byte of it, so kReadAhead bytes must be there.
-constexpr std::ptrdiff_t kBlock = 64;
-constexpr std::ptrdiff_t kReadAhead = kBlock + 16;
+// The decoder's blocks are those of the runs.
+constexpr std::ptrdiff_t kBlock = kRunsBlock;
+constexpr std::ptrdiff_t kReadAhead = kRunsReadAhead;
 
-__m128i load16(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
+__m128i load16(const void* p) { return loadBytes16(p); }
 void store16(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
-
-// Widens 16 bytes: reads 16 bytes, writes 16 units.
-void widen16(const char* src, wchar_t* dst) {
-    const __m128i zero = _mm_setzero_si128();
-    const __m128i bytes = load16(src);
-    const __m128i low = _mm_unpacklo_epi8(bytes, zero);
-    const __m128i high = _mm_unpackhi_epi8(bytes, zero);
-    store16(dst, _mm_unpacklo_epi16(low, zero));
-    store16(dst + 4, _mm_unpackhi_epi16(low, zero));
-    store16(dst + 8, _mm_unpacklo_epi16(high, zero));
-    store16(dst + 12, _mm_unpackhi_epi16(high, zero));
-}
 
 // One bit for each byte of a block: the top bit of what `test` makes of it.
 template <class Test>
@@ -51,33 +40,6 @@ std::uint64_t maskEqual(const char* block, unsigned char mask, unsigned char val
 }
 
 unsigned int firstBit(std::uint64_t mask) { return static_cast<unsigned int>(__builtin_ctzll(mask)); }
-
-// Few characters beyond ASCII (or a block that needs care): copies the ASCII runs between them 16 bytes at a
-// step and decodes each by the rule. `nonAscii` has a bit for every byte from 0x80 on.
-DecodeProgress decodeByRuns(const char* block, std::uint64_t nonAscii, const char* end, wchar_t* dst) {
-    const char* src = block;
-    for (;;) {
-        const auto done = static_cast<unsigned int>(src - block);
-        const std::uint64_t rest = nonAscii >> done;
-        const unsigned int run = rest == 0 ? static_cast<unsigned int>(kBlock) - done : firstBit(rest);
-        for (unsigned int i = 0; i < run; i += 16) {
-            widen16(src + i, dst + i);
-        }
-        src += run;
-        dst += run;
-        if (src == block + kBlock) {
-            return {src, dst};
-        }
-        do {
-            const DecodedSequence sequence = decodeSequence(src, end);
-            dst = writeUnits(sequence.value, dst);
-            src += sequence.consumed;
-        } while (src < block + kBlock && (nonAscii >> (src - block) & 1U) != 0);
-        if (src >= block + kBlock) {
-            return {src, dst};
-        }
-    }
-}
 
 // By the upper half of the lead byte: the bits of the lead that carry payload, and how far a four-byte value
 // is shifted down to give the character of a shorter one.
@@ -116,58 +78,57 @@ wchar_t* decodeStarts(const char* block, std::uint64_t starts, wchar_t* dst) {
     return dst;
 }
 
-// Below this many bytes beyond ASCII in a block, runs are faster.
-constexpr unsigned int kFewBytes = 10;
+// Blocks with more places that need care than this go by runs at once.
+constexpr unsigned int kManyWrong = 4;
 
-unsigned int countBits(std::uint64_t mask) {
-    mask -= mask >> 1 & 0x5555555555555555U;
-    mask = (mask & 0x3333333333333333U) + (mask >> 2 & 0x3333333333333333U);
-    mask = (mask + (mask >> 4)) & 0x0F0F0F0F0F0F0F0FU;
-    return static_cast<unsigned int>(mask * 0x0101010101010101U >> 56);
-}
-
-// Decodes at least 61 bytes from `block`, which has kReadAhead bytes; `dst` has room for a unit a byte. A
-// block goes the fast way only when all its sequences are well formed but for encoded surrogates, so every
-// rule gives the same; everything else is left to the rule, character by character.
+// Decodes at least a character from `block`, which has kReadAhead bytes; `dst` has room for a unit a byte.
+// The fast way is for well-formed sequences and encoded surrogates, which every rule decodes alike; it ends
+// at the first place that is anything else, and the rule takes one character there.
 DecodeProgress decodeBlock(const char* block, const char* end, wchar_t* dst) {
-    const std::uint64_t nonAscii = maskOf(block, [](__m128i bytes) { return bytes; });
-    if (countBits(nonAscii) < kFewBytes) {
+    const std::uint64_t nonAscii = nonAsciiMask(block);
+    if (countMaskBits(nonAscii) < kFewBytes) {
         return decodeByRuns(block, nonAscii, end, dst);
     }
     const std::uint64_t continuations = maskBelow(block, 0xC0);
     const std::uint64_t leads = nonAscii & ~continuations;
     const std::uint64_t longLeads = nonAscii & ~maskBelow(block, 0xE0);
     const std::uint64_t pairLeads = nonAscii & ~maskBelow(block, 0xF0);
-    std::uint64_t suspicious = continuations ^ (leads << 1 | longLeads << 2 | pairLeads << 3);
-    suspicious |= maskEqual(block, 0xFE, 0xC0);
+    std::uint64_t wrong = continuations ^ (leads << 1 | longLeads << 2 | pairLeads << 3);
+    wrong |= maskEqual(block, 0xFE, 0xC0);
     if (longLeads != 0) {
-        suspicious |= maskEqual(block, 0xFF, 0xE0) << 1 & maskBelow(block, 0xA0);
+        wrong |= maskEqual(block, 0xFF, 0xE0) << 1 & maskBelow(block, 0xA0);
     }
     if (pairLeads != 0) {
         const std::uint64_t below90 = maskBelow(block, 0x90);
-        suspicious |= maskEqual(block, 0xFF, 0xF0) << 1 & below90;
-        suspicious |= maskEqual(block, 0xFF, 0xF4) << 1 & ~below90;
-        suspicious |= nonAscii & ~maskBelow(block, 0xF5);
+        wrong |= maskEqual(block, 0xFF, 0xF0) << 1 & below90;
+        wrong |= maskEqual(block, 0xFF, 0xF4) << 1 & ~below90;
+        wrong |= nonAscii & ~maskBelow(block, 0xF5);
     }
-    if (suspicious != 0) {
+    if (wrong != 0 && countMaskBits(wrong) > kManyWrong) {
         return decodeByRuns(block, nonAscii, end, dst);
     }
-    // A character that reaches beyond the block is left for the next one.
-    const std::uint64_t reaching = (leads & std::uint64_t{1} << 63) | (longLeads & std::uint64_t{3} << 62) |
-                                   (pairLeads & std::uint64_t{7} << 61);
-    const unsigned int consumed = reaching == 0 ? static_cast<unsigned int>(kBlock) : firstBit(reaching);
-    const std::uint64_t starts =
-        ~continuations & (reaching == 0 ? ~std::uint64_t{0} : (reaching & -reaching) - 1);
+    const std::uint64_t right = wrong == 0 ? ~std::uint64_t{0} : (wrong & -wrong) - 1;
+    // A character that reaches beyond what is right is left where it starts.
+    const std::uint64_t last = right ^ right >> 1;
+    const std::uint64_t reaching =
+        (leads & last) | (longLeads & (last | last >> 1)) | (pairLeads & (last | last >> 1 | last >> 2));
+    const std::uint64_t whole = reaching == 0 ? right : (reaching & -reaching) - 1;
+    const std::uint64_t starts = ~continuations & whole;
+    const unsigned int consumed = ~whole == 0 ? static_cast<unsigned int>(kBlock) : firstBit(~whole);
     dst = pairLeads != 0   ? decodeStarts<4>(block, starts, dst)
           : longLeads != 0 ? decodeStarts<3>(block, starts, dst)
                            : decodeStarts<2>(block, starts, dst);
-    return {block + consumed, dst};
+    DecodeProgress at{block + consumed, dst};
+    if (wrong != 0) {
+        decodeByRule(at, at.src + 1, end); // kReadAhead: nothing is cut here
+    }
+    return at;
 }
 
-// An encoder block is 16 units; the branch-free loops write up to two bytes past the last character, so one
-// unit more must follow.
+// An encoder block is 16 units, with room for 48 bytes.
 constexpr std::ptrdiff_t kEncoderBlock = 16;
 
+// Units below 0x800: writes at most 32 bytes.
 char* encodeUpToTwoBytes(const wchar_t* src, char* dst) {
     for (std::ptrdiff_t i = 0; i < kEncoderBlock; ++i) {
         const auto c = static_cast<std::uint32_t>(src[i]);
@@ -180,8 +141,9 @@ char* encodeUpToTwoBytes(const wchar_t* src, char* dst) {
     return dst;
 }
 
+// The steps write four bytes each, of which three count at most: the last character is written exactly.
 char* encodeUpToThreeBytes(const wchar_t* src, char* dst) {
-    for (std::ptrdiff_t i = 0; i < kEncoderBlock; ++i) {
+    for (std::ptrdiff_t i = 0; i < kEncoderBlock - 1; ++i) {
         const auto c = static_cast<std::uint32_t>(src[i]);
         const std::uint32_t two = 0x80C0U | c >> 6 | (c & 0x3FU) << 8;
         const std::uint32_t three = 0x8080E0U | c >> 12 | (c >> 6 & 0x3FU) << 8 | (c & 0x3FU) << 16;
@@ -192,7 +154,8 @@ char* encodeUpToThreeBytes(const wchar_t* src, char* dst) {
         std::memcpy(dst, &bytes, sizeof(bytes));
         dst += 1 + isTwo + isThree;
     }
-    return dst;
+    const wchar_t* const last = src + kEncoderBlock - 1;
+    return writeCharacter(encodeCharacter(last, last + 1), dst);
 }
 
 bool anyBits(__m128i value, int bits) {
@@ -226,74 +189,68 @@ char* encodeBlock(const wchar_t* src, char* dst) {
     return encodeUpToThreeBytes(src, dst);
 }
 
-} // namespace
-
 DecodeProgress decodeUtf8(const char* src, const char* end, wchar_t* dst) noexcept {
     DecodeProgress at{src, dst};
     while (end - at.src >= kReadAhead) {
         at = decodeBlock(at.src, end, at.dst);
     }
-    while (at.src != end) {
-        if (end - at.src >= 16 && _mm_movemask_epi8(load16(at.src)) == 0) {
-            widen16(at.src, at.dst);
+    while (end - at.src >= 16) {
+        if (_mm_movemask_epi8(load16(at.src)) == 0) {
+            widenBytes16(at.src, at.dst);
             at.src += 16;
             at.dst += 16;
-            continue;
+        } else {
+            decodeByRule(at, at.src + 8, end); // at most 11 bytes: nothing is cut here
         }
-        const DecodedSequence sequence = decodeSequence(at.src, end);
-        if (sequence.consumed == 0) {
-            break;
-        }
-        at.src += sequence.consumed;
-        at.dst = writeUnits(sequence.value, at.dst);
     }
+    decodeByRule(at, end, end);
     return at;
 }
 
 EncodeProgress encodeUtf8(const wchar_t* src, const wchar_t* end, char* dst) noexcept {
-    const wchar_t* carefulUntil = src;
-    while (src != end) {
-        if (src >= carefulUntil && end - src > kEncoderBlock) {
-            if (char* const next = encodeBlock(src, dst)) {
-                src += kEncoderBlock;
-                dst = next;
-                continue;
-            }
-            carefulUntil = src + kEncoderBlock;
+    EncodeProgress at{src, dst};
+    while (end - at.src >= kEncoderBlock) {
+        if (char* const next = encodeBlock(at.src, at.dst)) {
+            at.src += kEncoderBlock;
+            at.dst = next;
+        } else if (!encodeByRule(at, at.src + kEncoderBlock, end)) {
+            return at;
         }
-        const auto unit = static_cast<char32_t>(*src);
-        if (unit >= kFirstSupplementary || (isHighSurrogate(unit) && end - src == 1)) {
-            break;
-        }
-        const EncodedCharacter character = encodeCharacter(src, end);
-        std::memcpy(dst, character.bytes, character.length);
-        dst += character.length;
-        src += character.consumed;
     }
-    return {src, dst};
+    encodeByRule(at, end, end);
+    return at;
 }
 
 std::size_t exactUtf8Size(const wchar_t* src, std::size_t srcLen) noexcept {
+    const wchar_t* const end = src + srcLen;
     std::size_t size = 0;
-    for (std::size_t i = 0; i < srcLen; ++i) {
-        const auto c = static_cast<char32_t>(src[i]);
-        if (c < 0x80) {
-            size += 1;
-        } else if (c < 0x800) {
-            size += 2;
-        } else if (isHighSurrogate(c)) {
-            const bool paired = i + 1 < srcLen && isLowSurrogate(static_cast<char32_t>(src[i + 1]));
-            size += paired ? 4 : 1;
-            i += paired ? 1 : 0;
-        } else if (isLowSurrogate(c)) {
-            size += c == 0xDFFF ? 3 : 1;
-        } else if (c < kFirstSupplementary) {
-            size += 3;
-        } else {
-            size += c <= kLastCodePoint ? 4 : 1;
+    while (end - src >= kEncoderBlock) {
+        const __m128i two = _mm_set1_epi32(0x7F);
+        const __m128i three = _mm_set1_epi32(0x7FF);
+        __m128i all = _mm_setzero_si128();
+        __m128i surrogates = all;
+        __m128i more = all; // minus the bytes beyond one a unit, by lane
+        for (std::ptrdiff_t i = 0; i < kEncoderBlock; i += 4) {
+            const __m128i units = load16(src + i);
+            all = _mm_or_si128(all, units);
+            surrogates = _mm_or_si128(surrogates, surrogateLanes(units));
+            more = _mm_add_epi32(more, _mm_cmpgt_epi32(units, two));
+            more = _mm_add_epi32(more, _mm_cmpgt_epi32(units, three));
         }
+        if (anyBits(all, ~0xFFFF) || _mm_movemask_epi8(surrogates) != 0) {
+            size += countByRule(src, src + kEncoderBlock, end);
+            continue;
+        }
+        more = _mm_add_epi32(more, _mm_shuffle_epi32(more, 0x4E));
+        more = _mm_add_epi32(more, _mm_shuffle_epi32(more, 0xB1));
+        size += static_cast<std::size_t>(kEncoderBlock - _mm_cvtsi128_si32(more));
+        src += kEncoderBlock;
     }
-    return size;
+    return size + countByRule(src, end, end);
 }
+
+} // namespace
+
+constinit const Kernels kPlainKernels{Level::plain, &decodeUtf8, &encodeUtf8, &exactUtf8Size};
 
 } // namespace sup::kernels

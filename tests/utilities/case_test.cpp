@@ -1,0 +1,322 @@
+// Trimming, padding, case, and comparison without regard to case, next to the C library's character
+// functions.
+#include "Utility/Generic/Portable/SUPBaseStringUtil.h"
+
+#include "test_locale.h"
+#include "wide_texts.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdint>
+#include <cwchar>
+#include <cwctype>
+#include <string>
+#include <vector>
+
+namespace {
+
+using brimtest::brim;
+using brimtest::plain;
+using brimtest::RandomTexts;
+
+bool isBlank(wchar_t c) { return std::iswspace(static_cast<std::wint_t>(c)) != 0; }
+wchar_t lower(wchar_t c) { return static_cast<wchar_t>(std::towlower(static_cast<std::wint_t>(c))); }
+wchar_t upper(wchar_t c) { return static_cast<wchar_t>(std::towupper(static_cast<std::wint_t>(c))); }
+
+std::wstring mapped(std::wstring text, wchar_t (*map)(wchar_t)) {
+    std::transform(text.begin(), text.end(), text.begin(), map);
+    return text;
+}
+
+// ---- Models
+// -----------------------------------------------------------------------------------------------------
+
+std::wstring trimmed(std::wstring text, bool atStart, bool atEnd) {
+    while (atStart && !text.empty() && isBlank(text.front())) {
+        text.erase(0, 1);
+    }
+    while (atEnd && !text.empty() && isBlank(text.back())) {
+        text.pop_back();
+    }
+    return text;
+}
+
+bool less(const std::wstring& a, const std::wstring& b) {
+    for (std::size_t i = 0;; ++i) {
+        const wchar_t left = a.c_str()[i];
+        const wchar_t right = b.c_str()[i];
+        if (left == 0 || right == 0) {
+            return left == 0 && right != 0;
+        }
+        if (lower(left) != lower(right)) {
+            return static_cast<std::uint32_t>(lower(left)) < static_cast<std::uint32_t>(lower(right));
+        }
+    }
+}
+
+void compareWithModels(const std::wstring& a, const std::wstring& b) {
+    SCOPED_TRACE(::testing::PrintToString(a) + " and " + ::testing::PrintToString(b));
+    const BrimString left = brim(a);
+    const BrimString right = brim(b);
+    const bool match = mapped(a, lower) == mapped(b, lower);
+    EXPECT_EQ(BaseStringUtil::IsCaseInsensitiveMatch(left, right), match);
+    EXPECT_EQ(BaseStringUtil::IsCaseInsensitiveLessThan(left, right), less(a, b));
+    EXPECT_EQ(BaseStringUtil::CaseInsensitiveCompare(left, right), less(a, b) ? -1 : match ? 0 : 1);
+    const std::wstring aText = a.c_str();
+    const std::wstring bText = b.c_str();
+    EXPECT_EQ(BaseStringUtil::IsNTSCaseInsensitiveMatch(a.c_str(), b.c_str()),
+              mapped(aText, lower) == mapped(bText, lower));
+    EXPECT_EQ(BaseStringUtil::IsNTSCaseInsensitiveLessThan(a.c_str(), b.c_str()), less(a, b));
+    EXPECT_EQ(sup::operator<(left, right), std::wcscmp(a.c_str(), b.c_str()) < 0);
+    EXPECT_EQ(BaseStringUtil::FileNameCompare(a.c_str(), b.c_str()) < 0,
+              std::wcscmp(a.c_str(), b.c_str()) < 0);
+    EXPECT_EQ(BaseStringUtil::FileNameCompare(a.c_str(), b.c_str()) == 0, aText == bText);
+    EXPECT_EQ(BaseStringUtil::IsMatch(left, right), a == b);
+    EXPECT_EQ(BaseStringUtil::CaseInsensitiveFindPattern(left, right),
+              !a.empty() && mapped(a, lower).find(mapped(b, lower)) != std::wstring::npos);
+}
+
+void compareEveryCharacterWithTheCLibrary() {
+    std::wstring all;
+    for (wchar_t c = 1; c < 0x11000; ++c) {
+        all += c;
+    }
+    all += L"\U0001F600\U00010400\U0010FFFF";
+    std::wstring buffer(all.size() + 1, L'#');
+    BaseStringUtil::ToLowerCase(all.c_str(), buffer.data());
+    EXPECT_TRUE(std::wstring(buffer.c_str()) == mapped(all, lower));
+    BaseStringUtil::ToUpperCase(all.c_str(), buffer.data());
+    EXPECT_TRUE(std::wstring(buffer.c_str()) == mapped(all, upper));
+    EXPECT_TRUE(plain(BaseStringUtil::ToLowerCase(brim(all))) == mapped(all, lower));
+    EXPECT_TRUE(plain(BaseStringUtil::ToUpperCase(brim(all))) == mapped(all, upper));
+    for (const wchar_t c : all) {
+        const std::wstring text = {c, L'x', c};
+        ASSERT_EQ(plain(BaseStringUtil::TrimBoth(brim(text))), trimmed(text, true, true))
+            << static_cast<long>(c);
+    }
+}
+
+void compareAtRandom(std::uint64_t seed, std::wstring_view alphabet) {
+    RandomTexts random(seed);
+    for (int i = 0; i < 6000 && !::testing::Test::HasFailure(); ++i) {
+        SCOPED_TRACE(::testing::Message() << "seed " << seed << ", round " << i);
+        const std::wstring a = random.text(alphabet, 8);
+        std::wstring b = random.flip() ? random.text(alphabet, 8) : mapped(a, random.flip() ? lower : upper);
+        if (random.below(4) == 0 && !b.empty()) {
+            b = b.substr(random.below(b.size()), random.below(b.size() + 1));
+        }
+        compareWithModels(a, b);
+    }
+}
+
+constexpr std::wstring_view kLetters =
+    L"aAbBiI\u0130\u0131\u00E9\u00C9\u00DF\u1E9E\u03C3\u03A3\u03C2\u01C5 z";
+
+// ---- Trimming and padding
+// ---------------------------------------------------------------------------------------
+
+TEST(Trim, RemovesBlanksFromTheAskedEnds) {
+    const BrimString text(L" \t a b \r\n");
+    EXPECT_EQ(plain(BaseStringUtil::TrimBoth(text)), L"a b");
+    EXPECT_EQ(plain(BaseStringUtil::TrimTrailingBlanks(text)), L" \t a b");
+    EXPECT_EQ(plain(BaseStringUtil::CleanLeadingBlanksInString(text)), L"a b \r\n");
+    for (const wchar_t* const blank : {L"", L" ", L" \t\n\v\f\r "}) {
+        EXPECT_EQ(plain(BaseStringUtil::TrimBoth(BrimString(blank))), L"");
+        EXPECT_EQ(plain(BaseStringUtil::TrimTrailingBlanks(BrimString(blank))), L"");
+        EXPECT_EQ(plain(BaseStringUtil::CleanLeadingBlanksInString(BrimString(blank))), L"");
+    }
+    EXPECT_TRUE(BaseStringUtil::TrimBoth(BrimString()).empty());
+}
+
+TEST(Trim, LeavesTheGivenStringAlone) {
+    const BrimString text(L" a ");
+    BaseStringUtil::TrimBoth(text);
+    EXPECT_EQ(plain(text), L" a ");
+    EXPECT_EQ(plain(BaseStringUtil::TrimBoth(brim(std::wstring(L"\0 \0", 3)))), std::wstring(L"\0 \0", 3))
+        << "a zero is no blank";
+}
+
+TEST(Trim, AgreesWithTheModelOnRandomTexts) {
+    const brimtest::ScopedLocale locale("C.utf8");
+    BRIM_SKIP_WITHOUT(locale)
+    constexpr std::uint64_t kSeed = 7201;
+    RandomTexts random(kSeed);
+    for (int i = 0; i < 5000; ++i) {
+        const std::wstring text = random.text(L"  \t\n\u2003\u00A0ab", 9);
+        const BrimString given = brim(text);
+        ASSERT_EQ(plain(BaseStringUtil::TrimBoth(given)), trimmed(text, true, true)) << "seed " << kSeed;
+        ASSERT_EQ(plain(BaseStringUtil::TrimTrailingBlanks(given)), trimmed(text, false, true))
+            << "seed " << kSeed;
+        ASSERT_EQ(plain(BaseStringUtil::CleanLeadingBlanksInString(given)), trimmed(text, true, false))
+            << "seed " << kSeed;
+    }
+}
+
+TEST(RightPadWithSpaces, FillsUpToExactlyTheWidth) {
+    for (std::size_t length = 0; length < 20; ++length) {
+        const std::wstring text(length, L'x');
+        for (std::size_t width = 0; width < 40; ++width) {
+            const std::wstring expected = text + std::wstring(width > length ? width - length : 0, L' ');
+            ASSERT_EQ(plain(BaseStringUtil::RightPadWithSpaces(brim(text), width)), expected);
+        }
+    }
+    EXPECT_EQ(BaseStringUtil::RightPadWithSpaces(BrimString(L"x"), 100000).length(), 100000U);
+}
+
+// ---- Case
+// -------------------------------------------------------------------------------------------------------
+
+TEST(Case, NarrowTextsAreMappedByteByByte) {
+    std::string all;
+    for (int c = 1; c < 256; ++c) {
+        all += static_cast<char>(c);
+    }
+    std::string expectedLower;
+    std::string expectedUpper;
+    for (const char c : all) {
+        expectedLower += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        expectedUpper += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    }
+    std::string buffer(all.size() + 1, '#');
+    BaseStringUtil::ToLowerCase(all.c_str(), buffer.data());
+    EXPECT_EQ(std::string(buffer.c_str()), expectedLower);
+    BaseStringUtil::ToUpperCase(all.c_str(), buffer.data());
+    EXPECT_EQ(std::string(buffer.c_str()), expectedUpper);
+    const sup::String<char> narrow(all.data(), all.size());
+    EXPECT_STREQ(BaseStringUtil::ToLowerCase(narrow).c_str(), expectedLower.c_str());
+    EXPECT_STREQ(BaseStringUtil::ToUpperCase(narrow).c_str(), expectedUpper.c_str());
+    EXPECT_STREQ(narrow.c_str(), all.c_str()) << "the given string stays";
+}
+
+TEST(Case, ABufferMayBeItsOwnSource) {
+    wchar_t wide[] = L"aBc";
+    BaseStringUtil::ToUpperCase(wide, wide);
+    EXPECT_STREQ(wide, L"ABC");
+    char narrow[] = "aBc";
+    BaseStringUtil::ToLowerCase(narrow, narrow);
+    EXPECT_STREQ(narrow, "abc");
+}
+
+TEST(Case, StringsOfAnyLengthAreMapped) {
+    for (const std::size_t length : {0U, 1U, 511U, 512U, 513U, 514U, 5000U}) {
+        const std::wstring text(length, L'q');
+        EXPECT_EQ(plain(BaseStringUtil::ToUpperCase(brim(text))), std::wstring(length, L'Q')) << length;
+        EXPECT_EQ(plain(BaseStringUtil::ToLowerCase(brim(std::wstring(length, L'Q')))), text) << length;
+        EXPECT_EQ(BaseStringUtil::ToUpperCase(sup::String<char>(length, 'q')),
+                  sup::String<char>(length, 'Q'));
+        EXPECT_EQ(BaseStringUtil::ToLowerCase(sup::String<char>(length, 'Q')),
+                  sup::String<char>(length, 'q'));
+    }
+    EXPECT_TRUE(BaseStringUtil::ToLowerCase(BrimString()).empty());
+}
+
+TEST(Case, TheResultSharesNothingWithASharedString) {
+    const BrimString a(L"aB");
+    const BrimString b = a;
+    EXPECT_EQ(plain(BaseStringUtil::ToUpperCase(b)), L"AB");
+    EXPECT_EQ(plain(a), L"aB");
+    EXPECT_EQ(plain(b), L"aB");
+}
+
+TEST(Case, EveryCharacterIsAsByTheCLibrary) {
+    for (const char* const name : {"C", "C.utf8"}) {
+        SCOPED_TRACE(name);
+        const brimtest::ScopedLocale locale(name);
+        ASSERT_TRUE(locale.isSet());
+        compareEveryCharacterWithTheCLibrary();
+    }
+}
+
+// ---- Comparison
+// -------------------------------------------------------------------------------------------------
+
+TEST(Comparison, AgreesWithTheModels) {
+    for (const char* const name : {"C", "C.utf8"}) {
+        SCOPED_TRACE(name);
+        const brimtest::ScopedLocale locale(name);
+        ASSERT_TRUE(locale.isSet());
+        compareAtRandom(7202, kLetters);
+        compareAtRandom(7203, L"aAbB");
+        compareAtRandom(7204, std::wstring_view(L"aA\0[_", 5));
+        compareAtRandom(7205, L"Z[_z\xD800"
+                              L"\uFFFF\U00010400\U00010428");
+    }
+}
+
+TEST(Comparison, CharactersCompareUnsignedAndInLowerCase) {
+    EXPECT_TRUE(BaseStringUtil::IsCaseInsensitiveLessThan(BrimString(L"_"), BrimString(L"A")))
+        << "as _ and a";
+    const std::wstring high(1, static_cast<wchar_t>(0x80000001U));
+    EXPECT_TRUE(BaseStringUtil::IsNTSCaseInsensitiveLessThan(L"a", high.c_str()));
+    EXPECT_FALSE(BaseStringUtil::IsNTSCaseInsensitiveLessThan(high.c_str(), L"a"));
+}
+
+TEST(Comparison, AProperPrefixIsLess) {
+    EXPECT_EQ(BaseStringUtil::CaseInsensitiveCompare(BrimString(L"AB"), BrimString(L"abc")), -1);
+    EXPECT_EQ(BaseStringUtil::CaseInsensitiveCompare(BrimString(L"abc"), BrimString(L"AB")), 1);
+    EXPECT_EQ(BaseStringUtil::CaseInsensitiveCompare(BrimString(L"ABC"), BrimString(L"abc")), 0);
+    EXPECT_EQ(BaseStringUtil::CaseInsensitiveCompare(BrimString(), BrimString(L"a")), -1);
+    EXPECT_EQ(BaseStringUtil::CaseInsensitiveCompare(BrimString(), BrimString(L"")), 0);
+}
+
+TEST(Comparison, TheOrderEndsAtAZeroAndTheMatchDoesNot) {
+    const BrimString a(L"a\0x", 3);
+    const BrimString b(L"A\0y", 3);
+    EXPECT_FALSE(BaseStringUtil::IsCaseInsensitiveLessThan(a, b));
+    EXPECT_FALSE(BaseStringUtil::IsCaseInsensitiveMatch(a, b));
+    EXPECT_EQ(BaseStringUtil::CaseInsensitiveCompare(a, b), 1);
+    EXPECT_EQ(BaseStringUtil::CaseInsensitiveCompare(b, a), 1);
+}
+
+TEST(Comparison, NullTextsAreEmpty) {
+    EXPECT_TRUE(BaseStringUtil::IsCaseInsensitiveMatch(BrimString(), BrimString()));
+    EXPECT_TRUE(BaseStringUtil::IsNTSCaseInsensitiveMatch(nullptr, L""));
+    EXPECT_FALSE(BaseStringUtil::IsNTSCaseInsensitiveMatch(L"a", nullptr));
+    EXPECT_TRUE(BaseStringUtil::IsNTSCaseInsensitiveLessThan(nullptr, L"a"));
+    EXPECT_EQ(BaseStringUtil::FileNameCompare(nullptr, nullptr), 0);
+    EXPECT_FALSE(BaseStringUtil::CaseInsensitiveFindPattern(BrimString(), BrimString()));
+}
+
+TEST(FileNameCompare, TellsCasesApart) {
+    EXPECT_NE(BaseStringUtil::FileNameCompare(L"File", L"file"), 0);
+    EXPECT_EQ(BaseStringUtil::FileNameCompare(L"File", L"File"), 0);
+}
+
+TEST(CaseInsensitiveFindPattern, AnEmptyPatternOccursInEveryTextButTheEmptyOne) {
+    EXPECT_TRUE(BaseStringUtil::CaseInsensitiveFindPattern(BrimString(L"x"), BrimString()));
+    EXPECT_FALSE(BaseStringUtil::CaseInsensitiveFindPattern(BrimString(L""), BrimString(L"")));
+    EXPECT_TRUE(BaseStringUtil::CaseInsensitiveFindPattern(BrimString(L"abCDe"), BrimString(L"BcD")));
+    EXPECT_FALSE(BaseStringUtil::CaseInsensitiveFindPattern(BrimString(L"abc"), BrimString(L"abcd")));
+}
+
+TEST(CaseInsensitiveFindPattern, FoldsToSmallLettersWhereTheFindFoldsToCapitals) {
+    const brimtest::ScopedLocale locale("C.utf8");
+    BRIM_SKIP_WITHOUT(locale)
+    // Both small sigmas have one capital; towlower tells them apart.
+    const BrimString sigma(L"\u03C3");
+    const BrimString finalSigma(L"\u03C2");
+    EXPECT_FALSE(BaseStringUtil::CaseInsensitiveFindPattern(sigma, finalSigma));
+    EXPECT_EQ(BaseStringUtil::CaseInsensitiveFind(sigma, finalSigma, 0), 0U);
+}
+
+// ---- A locale where I is not the capital of i
+// -------------------------------------------------------------------
+
+TEST(TurkishCase, IsAsByTheCLibrary) {
+    const brimtest::CompiledLocale locale("tr_TR");
+    BRIM_SKIP_WITHOUT(locale)
+    ASSERT_NE(lower(L'I'), L'i');
+    EXPECT_EQ(plain(BaseStringUtil::ToLowerCase(BrimString(L"TIx"))), L"t\u0131x");
+    EXPECT_EQ(plain(BaseStringUtil::ToUpperCase(BrimString(L"tix"))), L"T\u0130X");
+    EXPECT_FALSE(BaseStringUtil::IsCaseInsensitiveMatch(BrimString(L"FILE"), BrimString(L"file")));
+    EXPECT_TRUE(
+        BaseStringUtil::IsWildcardCaseInsensitiveMatch(BrimString(L"ISI"), BrimString(L"\u0131*\u0131")));
+    EXPECT_FALSE(BaseStringUtil::IsWildcardCaseInsensitiveMatch(BrimString(L"ISI"), BrimString(L"i*i")));
+    EXPECT_EQ(BaseStringUtil::CaseInsensitiveFind(BrimString(L"xI"), BrimString(L"i"), 0), 2U);
+    compareEveryCharacterWithTheCLibrary();
+    compareAtRandom(7206, kLetters);
+}
+
+} // namespace

@@ -1,0 +1,470 @@
+// URI, Base64, XML and quote escapes, next to models that read like their descriptions.
+#include "Utility/Generic/Portable/SUPBaseStringUtil.h"
+
+#include "test_locale.h"
+#include "wide_texts.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cwctype>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+using brimtest::brim;
+using brimtest::plain;
+using brimtest::RandomTexts;
+using Bytes = std::vector<unsigned char>;
+
+constexpr unsigned int kUtf8 = 65001;
+
+std::wstring encoded(std::wstring_view text) { return plain(BaseStringUtil::UriEncode(brim(text))); }
+std::wstring decoded(std::wstring_view text, bool requireMarker = false) {
+    return plain(BaseStringUtil::UriDecode(brim(text), requireMarker));
+}
+
+std::wstring repeated(std::wstring_view unit, std::size_t times) {
+    std::wstring text;
+    for (std::size_t i = 0; i < times; ++i) {
+        text += unit;
+    }
+    return text;
+}
+
+Bytes bytesOf(std::string_view text) { return Bytes(text.begin(), text.end()); }
+
+Bytes base64Decoded(Bytes text, int length) {
+    Bytes out(3, 0x55);
+    BaseStringUtil::Base64Decode(text.data(), length, out);
+    return out;
+}
+Bytes base64Decoded(std::string_view text) {
+    return base64Decoded(bytesOf(text), static_cast<int>(text.size()));
+}
+std::wstring base64Encoded(std::string_view bytes, bool breakLines = false) {
+    return plain(BaseStringUtil::EncodeBase64(bytesOf(bytes), breakLines));
+}
+
+// ---- Models
+// -----------------------------------------------------------------------------------------------------
+
+constexpr std::string_view kBase64 = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+wchar_t hexDigit(int value) { return static_cast<wchar_t>(value < 10 ? L'0' + value : L'A' + value - 10); }
+
+std::wstring modelUriEncode(const std::wstring& text) {
+    std::wstring out;
+    for (const wchar_t c : text) {
+        const auto code = static_cast<std::wint_t>(c);
+        if (std::iswalnum(code) != 0 ||
+            (c != 0 && std::wstring(L"-.!'()*_~").find(c) != std::wstring::npos)) {
+            out += c;
+        } else if (std::iswspace(code) != 0) {
+            out += L'+';
+        } else {
+            out +=
+                {L'%', hexDigit(static_cast<std::int8_t>(code >> 4)), hexDigit(static_cast<int>(code % 16))};
+        }
+    }
+    return out;
+}
+
+bool isHex(const std::wstring& text, std::size_t at, std::size_t n) {
+    return text.size() >= at + n &&
+           text.substr(at, n).find_first_not_of(L"0123456789abcdefABCDEF") == std::wstring::npos;
+}
+
+std::wstring modelUriDecode(std::wstring text, bool requireMarker) {
+    const std::wstring marker = L"URI-ENCODED<";
+    const bool isMarked = text.substr(0, marker.size()) == marker;
+    if (requireMarker && !isMarked) {
+        return text;
+    }
+    text = isMarked ? text.substr(marker.size()) : text;
+    text = text.substr(0, text.find(L'>'));
+    std::wstring out;
+    std::string run;
+    const auto convert = [&] {
+        BrimString wide;
+        if (!run.empty()) {
+            BaseStringUtil::StdStringToString(run.data(), static_cast<unsigned int>(run.size()), wide, kUtf8);
+        }
+        out += plain(wide);
+        run.clear();
+    };
+    for (std::size_t at = 0; at < text.size();) {
+        if (text[at] == L'%' && isHex(text, at + 1, 2)) {
+            const int byte = std::stoi(text.substr(at + 1, 2), nullptr, 16);
+            at += 3;
+            if (byte != 0 && byte < 0x80 && run.empty()) {
+                out += static_cast<wchar_t>(byte);
+            } else if (byte != 0) {
+                run += static_cast<char>(byte);
+            }
+            if (run.size() == 2048) {
+                convert();
+            }
+            continue;
+        }
+        convert();
+        if (text[at] == L'%' && text.substr(at + 1, 1) == L"u" && isHex(text, at + 2, 4)) {
+            out += static_cast<wchar_t>(std::stoi(text.substr(at + 2, 4), nullptr, 16));
+            at += 6;
+        } else if (text[at] == L'%') {
+            ++at;
+        } else {
+            out += text[at] == L'+' ? L' ' : text[at];
+            ++at;
+        }
+    }
+    convert();
+    return out;
+}
+
+std::wstring modelBase64(const Bytes& bytes, bool breakLines) {
+    std::string bits;
+    for (const unsigned char byte : bytes) {
+        for (int bit = 7; bit >= 0; --bit) {
+            bits += (byte >> bit & 1) != 0 ? '1' : '0';
+        }
+    }
+    bits.resize((bits.size() + 5) / 6 * 6, '0');
+    std::wstring out;
+    for (std::size_t at = 0; at < bits.size(); at += 6) {
+        if (breakLines && at != 0 && at / 6 % 76 == 0) {
+            out += L"\r\n";
+        }
+        out += static_cast<wchar_t>(
+            kBase64[static_cast<std::size_t>(std::stoi(bits.substr(at, 6), nullptr, 2))]);
+    }
+    for (std::size_t quads = bits.size() / 6; quads % 4 != 0; ++quads) {
+        out += L'=';
+    }
+    return out;
+}
+
+Bytes modelBase64Decode(const Bytes& text) {
+    Bytes out;
+    std::string bits;
+    for (const unsigned char c : text) {
+        const std::size_t value = kBase64.find(static_cast<char>(c));
+        if (value == std::string_view::npos) {
+            break;
+        }
+        for (int bit = 5; bit >= 0; --bit) {
+            bits += (value >> bit & 1) != 0 ? '1' : '0';
+        }
+    }
+    for (std::size_t at = 0; at + 8 <= bits.size(); at += 8) {
+        out.push_back(static_cast<unsigned char>(std::stoi(bits.substr(at, 8), nullptr, 2)));
+    }
+    return out;
+}
+
+// ---- UriEncode
+// --------------------------------------------------------------------------------------------------
+
+TEST(UriEncode, EscapesWhatIsNeitherALetterNorADigitNorOneOfNine) {
+    EXPECT_EQ(encoded(L"a b&c"), L"a+b%26c");
+    EXPECT_EQ(encoded(L"50%"), L"50%25");
+    EXPECT_EQ(encoded(L"a-b_c.d~e!"), L"a-b_c.d~e!");
+    EXPECT_EQ(encoded(L"'(*)"), L"'(*)");
+    EXPECT_EQ(encoded(L"/:"), L"%2F%3A");
+    EXPECT_EQ(encoded(L"\t\n x"), L"+++x");
+    EXPECT_EQ(encoded(L"\x7F\x01"), L"%7F%01");
+    EXPECT_EQ(encoded(std::wstring_view(L"\0", 1)), L"%00");
+    EXPECT_EQ(encoded(L""), L"");
+}
+
+TEST(UriEncode, LettersOfTheLocaleStay) {
+    EXPECT_EQ(encoded(L"\u00E9\u00FF\u00A7"), L"%E9%FF%A7") << "in the C locale";
+    const brimtest::ScopedLocale locale("C.utf8");
+    BRIM_SKIP_WITHOUT(locale)
+    EXPECT_EQ(encoded(L"\u00E9\u0416\u00A7"), L"\u00E9\u0416%A7");
+}
+
+TEST(UriEncode, TheFirstDigitOfAWideCharacterIsComputedFromEightBits) {
+    EXPECT_EQ(encoded(L"\u20AC"), L"%AC") << "0x20A, cut to 0x0A";
+    EXPECT_EQ(encoded(L"\u0100"), (std::wstring{L'%', hexDigit(0x10), L'0'}));
+    EXPECT_EQ(encoded(L"\u0800"), (std::wstring{L'%', static_cast<wchar_t>(L'0' - 128), L'0'}));
+    EXPECT_EQ(encoded(L"\u1000"), L"%00");
+}
+
+TEST(UriEncode, EveryCharacterIsAsDescribed) {
+    for (const char* const name : {"C", "C.utf8"}) {
+        const brimtest::ScopedLocale locale(name);
+        ASSERT_TRUE(locale.isSet());
+        for (wchar_t c = 0; c < 0x11000; ++c) {
+            const std::wstring text(1, c);
+            ASSERT_EQ(encoded(text), modelUriEncode(text)) << static_cast<long>(c) << " in " << name;
+        }
+    }
+}
+
+TEST(UriDecode, UndoesTheEncodingOfAsciiTexts) {
+    std::wstring all;
+    for (wchar_t c = 0x20; c < 0x80; ++c) {
+        all += c;
+    }
+    EXPECT_EQ(decoded(encoded(all)), all);
+}
+
+// ---- UriDecode
+// --------------------------------------------------------------------------------------------------
+
+TEST(UriDecode, ReadsItsEscapes) {
+    EXPECT_EQ(decoded(L"a%20b+c"), L"a b c");
+    EXPECT_EQ(decoded(L"%C3%A9"), L"\u00E9");
+    EXPECT_EQ(decoded(L"%c3%a9"), L"\u00E9");
+    EXPECT_EQ(decoded(L"%u20AC%u20ac"), L"\u20AC\u20AC");
+    EXPECT_EQ(decoded(L"%41%C3%A9%42%E2%82%AC%43"), L"A\u00E9B\u20AC"
+                                                    L"C");
+    EXPECT_EQ(decoded(L"%F0%9F%98%80"), L"\xD83D\xDE00");
+    EXPECT_EQ(decoded(L"%uD83D%uDE00"), L"\xD83D\xDE00");
+    EXPECT_EQ(decoded(L""), L"");
+}
+
+TEST(UriDecode, APercentSignThatBeginsNoEscapeIsDropped) {
+    EXPECT_EQ(decoded(L"100%zz"), L"100zz");
+    EXPECT_EQ(decoded(L"%"), L"");
+    EXPECT_EQ(decoded(L"%%41"), L"A");
+    EXPECT_EQ(decoded(L"%4"), L"4");
+    EXPECT_EQ(decoded(L"%4g%u12"), L"4gu12");
+    EXPECT_EQ(decoded(L"%U20AC"), L"U20AC") << "only a small u";
+    EXPECT_EQ(decoded(L"%u20A"), L"u20A");
+    EXPECT_EQ(decoded(L"%\uFF14\uFF11"), L"\uFF14\uFF11") << "wide digits are none";
+    EXPECT_EQ(decoded(L"%C3%%A9").find(L'\u00E9'), std::wstring::npos) << "and ends a run";
+}
+
+TEST(UriDecode, ZeroBytesAreDropped) {
+    EXPECT_EQ(decoded(L"a%00b"), L"ab");
+    EXPECT_EQ(decoded(L"%C3%00%A9"), L"\u00E9") << "inside a run too";
+    EXPECT_EQ(decoded(L"a%u0000b"), std::wstring(L"a\0b", 3)) << "but not this form";
+}
+
+TEST(UriDecode, EndsAtTheFirstClosingBracket) {
+    EXPECT_EQ(decoded(L"a>b"), L"a");
+    EXPECT_EQ(decoded(L">b"), L"");
+    EXPECT_EQ(decoded(L"%4>1"), L"4");
+    EXPECT_EQ(decoded(L"a%3Eb"), L"a>b") << "an escaped one is none";
+}
+
+TEST(UriDecode, TheMarkerIsSkippedWhereverTheTextBeginsWithIt) {
+    for (const bool requireMarker : {false, true}) {
+        EXPECT_EQ(decoded(L"URI-ENCODED<x%3Dy>tail", requireMarker), L"x=y");
+        EXPECT_EQ(decoded(L"URI-ENCODED<x+y", requireMarker), L"x y");
+        EXPECT_EQ(decoded(L"URI-ENCODED<", requireMarker), L"");
+        EXPECT_EQ(decoded(L"URI-ENCODED<URI-ENCODED<", requireMarker), L"URI-ENCODED<") << "once";
+    }
+    for (const wchar_t* const text :
+         {L"x%3Dy", L"a+b>c", L"URI-ENCODED", L"uri-encoded<x+y>", L" URI-ENCODED<x+y>", L""}) {
+        EXPECT_EQ(decoded(text, true), text) << "without the marker it stays";
+    }
+    EXPECT_EQ(decoded(L"x URI-ENCODED<a>b"), L"x URI-ENCODED<a");
+}
+
+TEST(UriDecode, ACharacterAcrossTheEndOfAFullBufferIsCut) {
+    for (const std::wstring_view unit :
+         {std::wstring_view(L"%E2%82%AC"), std::wstring_view(L"%C3%A9"), std::wstring_view(L"%F0%9F%98%80"),
+          std::wstring_view(L"%C3%A9%41")}) {
+        for (std::size_t escapes = 2044; escapes <= 2052; ++escapes) {
+            const std::wstring text = repeated(unit, escapes).substr(0, 3 * escapes);
+            ASSERT_EQ(decoded(text + L"z"), modelUriDecode(text + L"z", false)) << escapes;
+            ASSERT_EQ(decoded(L"%41" + text), L"A" + modelUriDecode(text, false)) << escapes;
+        }
+    }
+    // 682 whole characters are 2,046 bytes; the next one has two bytes before the edge and one behind.
+    const std::wstring whole = decoded(repeated(L"%E2%82%AC", 682));
+    EXPECT_EQ(whole, std::wstring(682, L'\u20AC'));
+    const std::wstring cut = decoded(repeated(L"%E2%82%AC", 683));
+    EXPECT_EQ(cut.substr(0, 682), whole);
+    EXPECT_EQ(cut.find(L'\u20AC', 682), std::wstring::npos);
+    EXPECT_EQ(decoded(repeated(L"%C3%A9", 1025)), std::wstring(1025, L'\u00E9')) << "1,024 fill it exactly";
+}
+
+TEST(UriDecode, AgreesWithTheModelOnRandomTexts) {
+    constexpr std::uint64_t kSeed = 7801;
+    RandomTexts random(kSeed);
+    const std::wstring_view pieces[] = {L"%",   L"%4",     L"1",      L"%C3", L"%A9",    L"%c3%a9",
+                                        L"%00", L"%u20AC", L"%u",     L"u12", L"+",      L"a",
+                                        L"%7F", L"%80",    L"%E2%82", L"%FF", L"%F0%9F", L"%98%80",
+                                        L"<",   L"\u4E00", L"%41",    L"g",   L"%uD800", L"%ED%A0%80"};
+    for (int i = 0; i < 30000; ++i) {
+        std::wstring text = random.below(4) == 0 ? L"URI-ENCODED<" : L"";
+        for (std::size_t n = random.below(12); n != 0; --n) {
+            text += pieces[random.below(std::size(pieces))];
+        }
+        text += random.below(6) == 0 ? L">%41" : L"";
+        const bool requireMarker = random.flip();
+        ASSERT_EQ(decoded(text, requireMarker), modelUriDecode(text, requireMarker))
+            << "seed " << kSeed << ": " << ::testing::PrintToString(text) << ", " << requireMarker;
+    }
+}
+
+// ---- Base64
+// -----------------------------------------------------------------------------------------------------
+
+TEST(EncodeBase64, PadsToFourCharacters) {
+    EXPECT_EQ(base64Encoded(""), L"");
+    EXPECT_EQ(base64Encoded("f"), L"Zg==");
+    EXPECT_EQ(base64Encoded("fo"), L"Zm8=");
+    EXPECT_EQ(base64Encoded("foo"), L"Zm9v");
+    EXPECT_EQ(base64Encoded("foobar"), L"Zm9vYmFy");
+    EXPECT_EQ(base64Encoded("\xFB\xEF\xFF"), L"++//");
+}
+
+TEST(EncodeBase64, ATextIsEncodedAsUtf8) {
+    BrimString out(L"before");
+    EXPECT_EQ(BaseStringUtil::EncodeBase64(BrimString(L"\u00E9\u20AC"), out), 8);
+    EXPECT_EQ(plain(out), L"w6nigqw=");
+    EXPECT_EQ(BaseStringUtil::EncodeBase64(out, out), 12) << "the text may be the result";
+    EXPECT_EQ(plain(out), L"dzZuaWdxdz0=");
+    EXPECT_EQ(BaseStringUtil::EncodeBase64(BrimString(L"fo\0o", 4), out), 4) << "the first zero ends it";
+    EXPECT_EQ(plain(out), L"Zm8=");
+}
+
+TEST(EncodeBase64, AnEmptyTextGivesMinusOneAndLeavesTheResultAlone) {
+    BrimString out(L"before");
+    EXPECT_EQ(BaseStringUtil::EncodeBase64(BrimString(), out), -1);
+    EXPECT_EQ(BaseStringUtil::EncodeBase64(BrimString(L"\0x", 2), out), -1);
+    EXPECT_EQ(plain(out), L"before");
+}
+
+TEST(EncodeBase64, BreaksLinesAfterSeventySixCharactersThatOthersFollow) {
+    const std::string bytes(57, 'x'); // one line
+    EXPECT_EQ(base64Encoded(bytes, true).find(L'\r'), std::wstring::npos);
+    const std::wstring two = base64Encoded(bytes + "y", true);
+    EXPECT_EQ(two.size(), 82U);
+    EXPECT_EQ(two.substr(76), L"\r\neQ==");
+    EXPECT_EQ(base64Encoded(bytes + bytes, true).size(), 154U) << "no break at the end";
+    EXPECT_EQ(base64Encoded("", true), L"");
+}
+
+TEST(Base64, AgreesWithTheModelsOnEveryLength) {
+    constexpr std::uint64_t kSeed = 7802;
+    RandomTexts random(kSeed);
+    for (std::size_t length = 0; length < 300; ++length) {
+        Bytes bytes(length);
+        for (unsigned char& byte : bytes) {
+            byte = static_cast<unsigned char>(random.below(256));
+        }
+        for (const bool breakLines : {false, true}) {
+            ASSERT_EQ(plain(BaseStringUtil::EncodeBase64(bytes, breakLines)), modelBase64(bytes, breakLines))
+                << "seed " << kSeed << ", " << length;
+        }
+        const std::wstring text = plain(BaseStringUtil::EncodeBase64(bytes, false));
+        ASSERT_EQ(base64Decoded(std::string(text.begin(), text.end())), bytes)
+            << "seed " << kSeed << ", " << length;
+    }
+}
+
+TEST(Base64Decode, StopsAtTheFirstCharacterOutsideTheAlphabet) {
+    const Bytes foo = bytesOf("foo");
+    for (const char* const text :
+         {"Zm9v", "Zm9v=YmFy", "Zm9v\r\nYmFy", "Zm9v YmFy", "Zm9v-YmFy", "Zm9v_", "Zm9v\xE9YmFy"}) {
+        EXPECT_EQ(base64Decoded(text), foo) << text;
+    }
+    EXPECT_EQ(base64Decoded(std::string_view("Zm9v\0YmFy", 9)), foo);
+    EXPECT_EQ(base64Decoded("Zm9vYmFy"), bytesOf("foobar"));
+}
+
+TEST(Base64Decode, LettersOfTheLocaleOutsideTheAlphabetEndIt) {
+    for (int c = 0; c < 256; ++c) {
+        const bool inAlphabet = kBase64.find(static_cast<char>(c)) != std::string_view::npos;
+        const std::string text = std::string("Zm9v") + static_cast<char>(c) + "AAA";
+        ASSERT_EQ(base64Decoded(text).size(), inAlphabet ? 6U : 3U) << c;
+    }
+}
+
+TEST(Base64Decode, AShortFinalGroupGivesOneOrTwoBytes) {
+    EXPECT_EQ(base64Decoded("Zg=="), bytesOf("f"));
+    EXPECT_EQ(base64Decoded("Zg"), bytesOf("f")) << "padding is not asked for";
+    EXPECT_EQ(base64Decoded("Zm8"), bytesOf("fo"));
+    EXPECT_EQ(base64Decoded("Z"), Bytes()) << "one character is no byte";
+    EXPECT_EQ(base64Decoded("Zm9vY"), bytesOf("foo"));
+    EXPECT_EQ(base64Decoded("="), Bytes());
+}
+
+TEST(Base64Decode, ReadsNoMoreThanTheLength) {
+    EXPECT_EQ(base64Decoded(bytesOf("Zm9vYmFy"), 4), bytesOf("foo"));
+    EXPECT_EQ(base64Decoded(bytesOf("Zm9vYmFy"), 0), Bytes());
+    EXPECT_EQ(base64Decoded(bytesOf("Zm9vYmFy"), -1), Bytes());
+    Bytes out(5);
+    BaseStringUtil::Base64Decode(nullptr, 0, out);
+    EXPECT_TRUE(out.empty());
+}
+
+TEST(Base64Decode, AgreesWithTheModelOnRandomTexts) {
+    constexpr std::uint64_t kSeed = 7803;
+    RandomTexts random(kSeed);
+    for (int i = 0; i < 20000; ++i) {
+        Bytes text(random.below(24));
+        for (unsigned char& c : text) {
+            c = static_cast<unsigned char>(random.below(12) == 0
+                                               ? random.below(256)
+                                               : static_cast<unsigned char>(kBase64[random.below(64)]));
+        }
+        ASSERT_EQ(base64Decoded(text, static_cast<int>(text.size())), modelBase64Decode(text))
+            << "seed " << kSeed;
+    }
+}
+
+// ---- XML and quotes
+// ---------------------------------------------------------------------------------------------
+
+TEST(EscapeXMLChars, EscapesTheFive) {
+    const auto escaped = [](std::wstring_view text) {
+        return plain(BaseStringUtil::EscapeXMLChars(brim(text)));
+    };
+    EXPECT_EQ(escaped(L"a<b & \"c\""), L"a&lt;b &amp; &quot;c&quot;");
+    EXPECT_EQ(escaped(L"it's>"), L"it&apos;s&gt;");
+    EXPECT_EQ(escaped(L"&&amp;"), L"&amp;&amp;amp;");
+    EXPECT_EQ(escaped(L"plain \u4E00"), L"plain \u4E00");
+    EXPECT_EQ(escaped(std::wstring_view(L"a\0<", 3)), std::wstring(L"a\0&lt;", 6));
+    EXPECT_EQ(escaped(L""), L"");
+}
+
+TEST(EscapeCharacter, PutsTheEscapeBeforeItselfAndTheSpecialCharacter) {
+    const auto escaped = [](const wchar_t* text, wchar_t escape, wchar_t special) {
+        return plain(BaseStringUtil::EscapeCharacter(BrimString(text), escape, special));
+    };
+    EXPECT_EQ(escaped(L"a,b\\c", L'\\', L','), L"a\\,b\\\\c");
+    EXPECT_EQ(escaped(L"a'b", L'\'', L'\''), L"a''b") << "once where both are one";
+    EXPECT_EQ(escaped(L"abc", L'\\', L','), L"abc");
+    EXPECT_EQ(escaped(L"", L'\\', L','), L"");
+}
+
+TEST(EscapeCharacter, IsUndoneByTheTokenizer) {
+    constexpr std::uint64_t kSeed = 7804;
+    RandomTexts random(kSeed);
+    for (int i = 0; i < 3000; ++i) {
+        const std::wstring text = L"x" + random.text(L"ab,\\", 12);
+        BrimStringVector out;
+        BaseStringUtil::TokenizeWithEscape(BaseStringUtil::EscapeCharacter(brim(text), L'\\', L','), L',',
+                                           L'\\', out);
+        ASSERT_EQ(plain(out), std::vector<std::wstring>{text}) << "seed " << kSeed;
+    }
+}
+
+TEST(QuoteAround, DoublesQuotesAndPutsOneOnEachSide) {
+    const auto quoted = [](const wchar_t* text, const wchar_t* quote) {
+        BrimString given(text);
+        const BrimString shared = given;
+        BaseStringUtil::QuoteAround(given, quote);
+        EXPECT_EQ(shared, text) << "a copy made before";
+        return plain(given);
+    };
+    EXPECT_EQ(quoted(L"it's", L"'"), L"'it''s'");
+    EXPECT_EQ(quoted(L"", L"\""), L"\"\"");
+    EXPECT_EQ(quoted(L"'", L"'"), L"''''");
+    EXPECT_EQ(quoted(L"a$$b$c", L"$$"), L"$$a$$$$b$c$$");
+    EXPECT_EQ(quoted(L"abc", L""), L"abc");
+    BrimString own(L"'");
+    BaseStringUtil::QuoteAround(own, own.c_str());
+    EXPECT_EQ(plain(own), L"''''") << "the quote may be the text";
+}
+
+} // namespace

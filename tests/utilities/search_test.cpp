@@ -1,0 +1,295 @@
+// Searches for character sets and sub-strings, next to naive ones.
+#include "Utility/Generic/Portable/SUPBaseStringUtil.h"
+
+#include "test_locale.h"
+#include "wide_texts.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cwctype>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+
+namespace {
+
+using brimtest::brim;
+using brimtest::RandomTexts;
+using Reference = RefStringTemplate<wchar_t>;
+
+constexpr std::size_t kNowhere = static_cast<std::size_t>(-1);
+
+// ---- Models
+// -----------------------------------------------------------------------------------------------------
+
+std::size_t firstMatch(std::wstring_view text, std::wstring_view pattern, std::size_t start) {
+    for (std::size_t at = start; !pattern.empty() && at < text.size(); ++at) {
+        if (text.substr(at, pattern.size()) == pattern) {
+            return at;
+        }
+    }
+    return text.size();
+}
+
+std::size_t lastMatch(std::wstring_view text, std::wstring_view pattern, std::size_t pos) {
+    std::size_t found = text.size();
+    for (std::size_t at = 0; !pattern.empty() && at < text.size(); ++at) {
+        if (text.substr(at, pattern.size()) == pattern &&
+            (pos >= text.size() || at + pattern.size() - 1 <= pos)) {
+            found = at;
+        }
+    }
+    return found;
+}
+
+std::size_t firstOf(std::wstring_view text, const std::set<wchar_t>& set, std::size_t start, bool wanted) {
+    for (std::size_t at = start; at < text.size(); ++at) {
+        if ((set.count(text[at]) != 0) == wanted) {
+            return at;
+        }
+    }
+    return text.size();
+}
+
+std::size_t lastOf(std::wstring_view text, const std::set<wchar_t>& set, std::size_t start) {
+    std::size_t found = text.size();
+    for (std::size_t at = 0; at < text.size() && at <= start; ++at) {
+        found = set.count(text[at]) != 0 ? at : found;
+    }
+    return found;
+}
+
+std::wstring raised(std::wstring text) {
+    for (wchar_t& c : text) {
+        c = static_cast<wchar_t>(std::towupper(static_cast<std::wint_t>(c)));
+    }
+    return text;
+}
+
+std::size_t forward(std::wstring_view text, std::wstring_view pattern, std::size_t start) {
+    return BaseStringUtil::ForwardPatternMatch(brim(text), brim(pattern), start);
+}
+std::size_t reverse(std::wstring_view text, std::wstring_view pattern, std::size_t pos) {
+    return BaseStringUtil::ReversePatternMatch(brim(text), brim(pattern), pos);
+}
+
+// Every start that tells something, and the last index of all.
+void compareSearches(const std::wstring& text, const std::wstring& pattern) {
+    const BrimString t = brim(text);
+    const BrimString p = brim(pattern);
+    const auto compareAt = [&](std::size_t start) {
+        ASSERT_EQ(BaseStringUtil::ForwardPatternMatch(t, p, start), firstMatch(text, pattern, start))
+            << start << " in " << ::testing::PrintToString(text) << ", " << ::testing::PrintToString(pattern);
+        ASSERT_EQ(BaseStringUtil::ReversePatternMatch(t, p, start), lastMatch(text, pattern, start))
+            << start << " in " << ::testing::PrintToString(text) << ", " << ::testing::PrintToString(pattern);
+        ASSERT_EQ(BaseStringUtil::CaseInsensitiveFind(t, p, start),
+                  firstMatch(raised(text), raised(pattern), start))
+            << start << " in " << ::testing::PrintToString(text) << ", " << ::testing::PrintToString(pattern);
+    };
+    const std::size_t step = 1 + text.size() / 12;
+    for (std::size_t start = 0; start <= text.size() + 1 && !::testing::Test::HasFailure(); start += step) {
+        compareAt(start);
+    }
+    compareAt(kNowhere);
+}
+
+// ---- Sub-strings
+// ------------------------------------------------------------------------------------------------
+
+TEST(ForwardPatternMatch, FindsTheFirstOccurrenceAtOrAfterTheStart) {
+    EXPECT_EQ(forward(L"abcabd", L"abd", 0), 3U);
+    EXPECT_EQ(forward(L"abcabd", L"abd", 3), 3U);
+    EXPECT_EQ(forward(L"abcabd", L"abd", 4), 6U);
+    EXPECT_EQ(forward(L"abcabd", L"abcabd", 0), 0U);
+    EXPECT_EQ(forward(L"abcabd", L"abcabdx", 0), 6U);
+    EXPECT_EQ(forward(L"abcabd", L"d", 5), 5U);
+    EXPECT_EQ(forward(L"abcabd", L"d", kNowhere), 6U);
+}
+
+TEST(ForwardPatternMatch, NeverFindsAnEmptyPattern) {
+    EXPECT_EQ(forward(L"abc", L"", 0), 3U);
+    EXPECT_EQ(forward(L"", L"", 0), 0U);
+    EXPECT_EQ(forward(L"", L"a", 0), 0U);
+    EXPECT_EQ(BaseStringUtil::ForwardPatternMatch(BrimString(), BrimString(), 0), 0U);
+    EXPECT_EQ(BaseStringUtil::ForwardPatternMatch(Reference(), Reference(L"a"), 0), 0U);
+    EXPECT_EQ(BaseStringUtil::ForwardPatternMatch(Reference(L"abc"), Reference(), 0), 3U);
+}
+
+TEST(ForwardPatternMatch, ZerosAreCharacters) {
+    const std::wstring_view text(L"a\0b\0c", 5);
+    EXPECT_EQ(forward(text, std::wstring_view(L"\0c", 2), 0), 3U);
+    EXPECT_EQ(forward(text, std::wstring_view(L"\0", 1), 2), 3U);
+    EXPECT_EQ(reverse(text, std::wstring_view(L"\0b", 2), 4), 1U);
+}
+
+TEST(ReversePatternMatch, FindsTheLastOccurrenceThatEndsAtOrBeforeThePosition) {
+    EXPECT_EQ(reverse(L"abcabc", L"abc", 5), 3U);
+    EXPECT_EQ(reverse(L"abcabc", L"abc", 4), 0U);
+    EXPECT_EQ(reverse(L"abcabc", L"abc", 2), 0U);
+    EXPECT_EQ(reverse(L"abcabc", L"abc", 1), 6U);
+    EXPECT_EQ(reverse(L"abcabc", L"abc", kNowhere), 3U);
+    EXPECT_EQ(reverse(L"abcabc", L"abcabcx", 5), 6U) << "longer than the text";
+    EXPECT_EQ(reverse(L"abcabc", L"a", 0), 0U);
+}
+
+TEST(ReversePatternMatch, AnEmptyTextGivesZeroAndAnEmptyPatternTheLength) {
+    EXPECT_EQ(reverse(L"", L"a", 0), 0U);
+    EXPECT_EQ(reverse(L"", L"", 3), 0U);
+    EXPECT_EQ(BaseStringUtil::ReversePatternMatch(BrimString(), BrimString(L"a"), 0), 0U);
+    EXPECT_EQ(reverse(L"abc", L"", 1), 3U);
+}
+
+TEST(CaseInsensitiveFind, ComparesTheCapitals) {
+    EXPECT_EQ(BaseStringUtil::CaseInsensitiveFind(BrimString(L"xAbC"), BrimString(L"aBc"), 0), 1U);
+    EXPECT_EQ(BaseStringUtil::CaseInsensitiveFind(BrimString(L"xAbC"), BrimString(L"aBc"), 2), 4U);
+    EXPECT_EQ(BaseStringUtil::CaseInsensitiveFind(BrimString(L"x"), BrimString(), 0), 1U);
+    EXPECT_EQ(BaseStringUtil::CaseInsensitiveFind(BrimString(), BrimString(L"x"), 0), 0U);
+}
+
+TEST(PatternMatches, AgreeWithTheModelsOnRandomTexts) {
+    const brimtest::ScopedLocale locale("C.utf8");
+    BRIM_SKIP_WITHOUT(locale)
+    constexpr std::uint64_t kSeed = 7301;
+    RandomTexts random(kSeed);
+    for (const std::wstring_view alphabet :
+         {std::wstring_view(L"ab"), std::wstring_view(L"aAbB\u03C3\u03C2"),
+          std::wstring_view(L"a\0\U0001F600", 3), std::wstring_view(L"abcdefgh")}) {
+        for (int i = 0; i < 1500 && !HasFailure(); ++i) {
+            SCOPED_TRACE(::testing::Message() << "seed " << kSeed << ", round " << i);
+            const std::wstring text = random.text(alphabet, i % 10 == 0 ? 200 : 40);
+            compareSearches(text, random.text(alphabet, 6));
+            // One that occurs, and one that nearly does.
+            const std::size_t from = random.below(text.size() + 1);
+            std::wstring piece = text.substr(from, random.below(20));
+            compareSearches(text, piece);
+            if (!piece.empty()) {
+                piece[random.below(piece.size())] = alphabet[0];
+                compareSearches(text, piece);
+            }
+        }
+    }
+}
+
+TEST(PatternMatches, ReadNothingOutsideTheTexts) {
+    // Blocks of exactly the needed size, at every length around the steps of the search.
+    for (std::size_t n = 1; n <= 40; ++n) {
+        for (std::size_t m = 1; m <= n + 1; ++m) {
+            const std::unique_ptr<wchar_t[]> text(new wchar_t[n]);
+            const std::unique_ptr<wchar_t[]> pattern(new wchar_t[m]);
+            for (std::size_t place = 0; place <= n; ++place) {
+                std::fill(text.get(), text.get() + n, L'a');
+                std::fill(pattern.get(), pattern.get() + m, L'a');
+                pattern[m - 1] = L'b';
+                if (place < n) {
+                    text[place] = L'b';
+                }
+                const std::size_t expected = place < n && place + 1 >= m ? place + 1 - m : n;
+                ASSERT_EQ(BaseStringUtil::ForwardPatternMatch(Reference(text.get(), n),
+                                                              Reference(pattern.get(), m), 0),
+                          expected)
+                    << n << ", " << m << ", " << place;
+            }
+        }
+    }
+}
+
+TEST(PatternMatches, GetThroughRepetitiveTexts) {
+    constexpr std::size_t kLength = 600000;
+    const std::wstring text(kLength, L'a');
+    std::wstring twice = text;
+    for (const std::size_t m : {std::size_t{2}, std::size_t{100}, std::size_t{10000}, kLength / 2, kLength}) {
+        const std::wstring run(m - 1, L'a');
+        const std::wstring middle = std::wstring(m / 2, L'a') + L"b" + std::wstring(m - m / 2 - 1, L'a');
+        for (const std::wstring& pattern : {run + L"b", L"b" + run, middle}) {
+            ASSERT_EQ(forward(text, pattern, 0), kLength) << m;
+            ASSERT_EQ(reverse(text, pattern, kNowhere), kLength) << m;
+        }
+        ASSERT_EQ(forward(text, run + L"a", 0), 0U);
+        ASSERT_EQ(reverse(text, run + L"a", kNowhere), kLength - m);
+        // And one that is there, at the far end of each search.
+        twice[kLength - m + m / 2] = L'b';
+        ASSERT_EQ(forward(twice, middle, 0), kLength - m) << m;
+        twice[kLength - m + m / 2] = L'a';
+        twice[m / 2] = L'b';
+        ASSERT_EQ(reverse(twice, middle, kNowhere), 0U) << m;
+        twice[m / 2] = L'a';
+    }
+}
+
+TEST(PatternMatches, AgreeWithTheModelsWhereTextsRepeatThemselves) {
+    // Long enough to leave the quick way of searching.
+    constexpr std::uint64_t kSeed = 7302;
+    RandomTexts random(kSeed);
+    for (int i = 0; i < 60; ++i) {
+        const std::wstring unit = random.textOf(L"ab", 1 + random.below(4));
+        std::wstring text;
+        while (text.size() < 20000) {
+            text += unit;
+        }
+        for (std::size_t flaw = random.below(3); flaw != 0; --flaw) {
+            text[random.below(text.size())] ^= 3; // a and b change places
+        }
+        std::wstring pattern = text.substr(random.below(2000), 50 + random.below(600));
+        if (random.flip()) {
+            pattern[1 + random.below(pattern.size() - 2)] ^= 3;
+        }
+        const std::size_t start = random.below(300);
+        ASSERT_EQ(forward(text, pattern, start), std::min(text.find(pattern, start), text.size()))
+            << "seed " << kSeed << ", round " << i;
+        const std::size_t last = text.rfind(pattern, text.size() - start - pattern.size());
+        ASSERT_EQ(reverse(text, pattern, text.size() - start - 1), std::min(last, text.size()))
+            << "seed " << kSeed << ", round " << i;
+    }
+}
+
+// ---- Character sets
+// ---------------------------------------------------------------------------------------------
+
+TEST(CharacterSets, SearchFromTheStart) {
+    const BrimString text(L"hello, world");
+    const BrimString set(L"ol,");
+    EXPECT_EQ(BaseStringUtil::FindFirstOf(text, set, 0), 2U);
+    EXPECT_EQ(BaseStringUtil::FindFirstOf(text, set, 4), 4U);
+    EXPECT_EQ(BaseStringUtil::FindFirstOf(text, set, 11), 12U);
+    EXPECT_EQ(BaseStringUtil::FindFirstNotOf(text, set, 2), 6U);
+    EXPECT_EQ(BaseStringUtil::FindFirstNotOf(BrimString(L"lll"), set, 0), 3U);
+    EXPECT_EQ(BaseStringUtil::FindLastOf(text, set, 11), 10U);
+    EXPECT_EQ(BaseStringUtil::FindLastOf(text, set, 5), 5U) << "the start itself counts";
+    EXPECT_EQ(BaseStringUtil::FindLastOf(text, set, 1), 12U);
+    EXPECT_EQ(BaseStringUtil::FindLastOf(text, set, kNowhere), 10U) << "from the last character";
+}
+
+TEST(CharacterSets, AnEmptySetHoldsNothing) {
+    const BrimString text(L"abc");
+    EXPECT_EQ(BaseStringUtil::FindFirstOf(text, BrimString(), 0), 3U);
+    EXPECT_EQ(BaseStringUtil::FindFirstNotOf(text, BrimString(), 1), 1U);
+    EXPECT_EQ(BaseStringUtil::FindLastOf(text, BrimString(), 2), 3U);
+    EXPECT_EQ(BaseStringUtil::FindFirstOf(BrimString(), text, 0), 0U);
+    EXPECT_EQ(BaseStringUtil::FindFirstNotOf(BrimString(), text, 0), 0U);
+    EXPECT_EQ(BaseStringUtil::FindLastOf(BrimString(), text, 0), 0U);
+}
+
+TEST(CharacterSets, AgreeWithTheModelsOnRandomTexts) {
+    constexpr std::uint64_t kSeed = 7303;
+    RandomTexts random(kSeed);
+    const std::wstring alphabet = std::wstring(L"\0ab\xFF\u0100\u0101\uFFFF\U0001F600", 8) +
+                                  static_cast<wchar_t>(0x80000000U) + static_cast<wchar_t>(0xFFFFFFFFU);
+    for (int i = 0; i < 5000 && !HasFailure(); ++i) {
+        const std::wstring text = random.text(alphabet, 24);
+        const std::wstring set = random.text(alphabet, i % 50 == 0 ? 100 : 4);
+        const std::set<wchar_t> model(set.begin(), set.end());
+        for (const std::size_t start : {random.below(text.size() + 2), std::size_t{0}, kNowhere}) {
+            SCOPED_TRACE(::testing::Message() << "seed " << kSeed << ", round " << i << ", start " << start);
+            EXPECT_EQ(BaseStringUtil::FindFirstOf(brim(text), brim(set), start),
+                      firstOf(text, model, start, true));
+            EXPECT_EQ(BaseStringUtil::FindFirstNotOf(brim(text), brim(set), start),
+                      firstOf(text, model, start, false));
+            EXPECT_EQ(BaseStringUtil::FindLastOf(brim(text), brim(set), start), lastOf(text, model, start));
+        }
+    }
+}
+
+} // namespace
