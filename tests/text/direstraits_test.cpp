@@ -598,6 +598,14 @@ TEST(DireStraitsPrintWriter, CalmSeasMakeNoCheck) {
     EXPECT_EQ(g_readCalls, 0);
 }
 
+TEST(DireStraitsPrintWriter, CalmSeasTakeABackwardsViewForALongOne) {
+    const wchar_t* const text = L"abcdef";
+    const ViewFields fields = {text + 1, text};
+    Sink sink;
+    DireStraitsPrintWriter(kCalmSeas, sink, 3) << pretended<View>(&fields);
+    EXPECT_EQ(sink.text(), L"bcd\n...");
+}
+
 TEST(DireStraitsPrintWriter, CalmSeasFaultAtUnreadableMemory) {
     const Precipice precipice(Gone::kProtected);
     const void* const gone = precipice.edge();

@@ -1,5 +1,6 @@
 // BaseStringUtil: the arguments of a program.
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
+#include "Utility/Generic/Portable/transcodercache.h"
 
 #include "recording_allocator.h"
 #include "recording_manager.h"
@@ -75,6 +76,7 @@ TEST(ConvertCommandArgumentsUTF8, TakesThemForUtf8WhateverTheCodePage) {
 TEST(ReleaseCommandArgumentsUTF8, FreesEverything) {
     std::vector<std::string> texts = {"program", "", "\xC3\xA9", std::string(600, 'x')};
     std::vector<char*> argv = pointersTo(texts);
+    sup::transcodeimpl::GetTranscoderCache(); // made once, and kept
     for (int argc = 0; argc <= 4; ++argc) {
         const long live = t_liveArrays;
         const long blocks = RecordingAllocator::liveBlocks();

@@ -66,8 +66,7 @@ private:
     bool m_throws;
 };
 
-// ---- The words
-// --------------------------------------------------------------------------------------------------
+// ---- The words --------------------------------------------------------------------------------------------
 
 TEST(BooleanWords, AreTwoListsInOrder) {
     ASSERT_EQ(BaseStringUtil::GetNumberOfTrueWords(), 7);
@@ -135,8 +134,7 @@ TEST(StringFrom, ABooleanIsTheFirstWord) {
     EXPECT_EQ(plain(BaseStringUtil::StringFrom(false)), L"False");
 }
 
-// ---- Reading
-// ----------------------------------------------------------------------------------------------------
+// ---- Reading ----------------------------------------------------------------------------------------------
 
 TEST(BooleanFrom, KnowsItsWordsInAnyCaseAndBetweenBlanks) {
     constexpr std::uint64_t kSeed = 7101;

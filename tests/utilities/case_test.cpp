@@ -30,8 +30,7 @@ std::wstring mapped(std::wstring text, wchar_t (*map)(wchar_t)) {
     return text;
 }
 
-// ---- Models
-// -----------------------------------------------------------------------------------------------------
+// ---- Models -----------------------------------------------------------------------------------------------
 
 std::wstring trimmed(std::wstring text, bool atStart, bool atEnd) {
     while (atStart && !text.empty() && isBlank(text.front())) {
@@ -114,8 +113,7 @@ void compareAtRandom(std::uint64_t seed, std::wstring_view alphabet) {
 constexpr std::wstring_view kLetters =
     L"aAbBiI\u0130\u0131\u00E9\u00C9\u00DF\u1E9E\u03C3\u03A3\u03C2\u01C5 z";
 
-// ---- Trimming and padding
-// ---------------------------------------------------------------------------------------
+// ---- Trimming and padding ---------------------------------------------------------------------------------
 
 TEST(Trim, RemovesBlanksFromTheAskedEnds) {
     const BrimString text(L" \t a b \r\n");
@@ -165,8 +163,7 @@ TEST(RightPadWithSpaces, FillsUpToExactlyTheWidth) {
     EXPECT_EQ(BaseStringUtil::RightPadWithSpaces(BrimString(L"x"), 100000).length(), 100000U);
 }
 
-// ---- Case
-// -------------------------------------------------------------------------------------------------------
+// ---- Case -------------------------------------------------------------------------------------------------
 
 TEST(Case, NarrowTextsAreMappedByteByByte) {
     std::string all;
@@ -229,8 +226,7 @@ TEST(Case, EveryCharacterIsAsByTheCLibrary) {
     }
 }
 
-// ---- Comparison
-// -------------------------------------------------------------------------------------------------
+// ---- Comparison -------------------------------------------------------------------------------------------
 
 TEST(Comparison, AgreesWithTheModels) {
     for (const char* const name : {"C", "C.utf8"}) {
@@ -301,8 +297,7 @@ TEST(CaseInsensitiveFindPattern, FoldsToSmallLettersWhereTheFindFoldsToCapitals)
     EXPECT_EQ(BaseStringUtil::CaseInsensitiveFind(sigma, finalSigma, 0), 0U);
 }
 
-// ---- A locale where I is not the capital of i
-// -------------------------------------------------------------------
+// ---- A locale where I is not the capital of i -------------------------------------------------------------
 
 TEST(TurkishCase, IsAsByTheCLibrary) {
     const brimtest::CompiledLocale locale("tr_TR");

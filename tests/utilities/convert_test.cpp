@@ -1,5 +1,6 @@
 // BaseStringUtil between narrow and wide text.
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
+#include "Utility/Generic/Portable/transcodercache.h"
 
 #include "Utility/Generic/Portable/SUPOS.h"
 #include "child_process.h"
@@ -430,6 +431,7 @@ TEST(FillingABuffer, KeepsZerosWhereALengthIsGiven) {
 
 // Bytes of narrow text, units of wide text.
 TEST(Conversion, OfUpTo512CharactersAllocatesNothingBesidesTheResult) {
+    sup::transcodeimpl::GetTranscoderCache(); // made once, and kept
     for (const Sample& sample : samples()) {
         const std::size_t length = sample.units.size();
         if (length == 0 || length > 512) {
@@ -479,6 +481,7 @@ TEST(Conversion, OfUpTo512CharactersAllocatesNothingBesidesTheResult) {
 }
 
 TEST(Conversion, ReleasesItsBuffersWhenMemoryRunsOut) {
+    sup::transcodeimpl::GetTranscoderCache(); // made once, and kept
     const Sample& sample = samples().back();
     const auto expectNoLeak = [](const char* name, const auto& convert) {
         for (long n = 1;; ++n) {

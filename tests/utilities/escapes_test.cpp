@@ -48,8 +48,7 @@ std::wstring base64Encoded(std::string_view bytes, bool breakLines = false) {
     return plain(BaseStringUtil::EncodeBase64(bytesOf(bytes), breakLines));
 }
 
-// ---- Models
-// -----------------------------------------------------------------------------------------------------
+// ---- Models -----------------------------------------------------------------------------------------------
 
 constexpr std::string_view kBase64 = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
@@ -164,8 +163,7 @@ Bytes modelBase64Decode(const Bytes& text) {
     return out;
 }
 
-// ---- UriEncode
-// --------------------------------------------------------------------------------------------------
+// ---- UriEncode --------------------------------------------------------------------------------------------
 
 TEST(UriEncode, EscapesWhatIsNeitherALetterNorADigitNorOneOfNine) {
     EXPECT_EQ(encoded(L"a b&c"), L"a+b%26c");
@@ -212,8 +210,7 @@ TEST(UriDecode, UndoesTheEncodingOfAsciiTexts) {
     EXPECT_EQ(decoded(encoded(all)), all);
 }
 
-// ---- UriDecode
-// --------------------------------------------------------------------------------------------------
+// ---- UriDecode --------------------------------------------------------------------------------------------
 
 TEST(UriDecode, ReadsItsEscapes) {
     EXPECT_EQ(decoded(L"a%20b+c"), L"a b c");
@@ -304,8 +301,7 @@ TEST(UriDecode, AgreesWithTheModelOnRandomTexts) {
     }
 }
 
-// ---- Base64
-// -----------------------------------------------------------------------------------------------------
+// ---- Base64 -----------------------------------------------------------------------------------------------
 
 TEST(EncodeBase64, PadsToFourCharacters) {
     EXPECT_EQ(base64Encoded(""), L"");
@@ -412,8 +408,7 @@ TEST(Base64Decode, AgreesWithTheModelOnRandomTexts) {
     }
 }
 
-// ---- XML and quotes
-// ---------------------------------------------------------------------------------------------
+// ---- XML and quotes ---------------------------------------------------------------------------------------
 
 TEST(EscapeXMLChars, EscapesTheFive) {
     const auto escaped = [](std::wstring_view text) {

@@ -54,8 +54,7 @@ std::wstring trimmedEnd(std::wstring text) {
     return text;
 }
 
-// ---- Models
-// -----------------------------------------------------------------------------------------------------
+// ---- Models -----------------------------------------------------------------------------------------------
 
 // A character that counts: where it begins and ends, and as how many it counts.
 struct Visible {
@@ -145,8 +144,7 @@ std::wstring modelEndTags(const std::wstring& text) {
     return tags;
 }
 
-// ---- LineFeedConversion, MakeOneLineString
-// ----------------------------------------------------------------------
+// ---- LineFeedConversion, MakeOneLineString ----------------------------------------------------------------
 
 TEST(LineFeedConversion, PutsACarriageReturnBeforeLoneLineFeeds) {
     EXPECT_EQ(withCarriageReturns(L"a\nb\r\nc"), L"a\r\nb\r\nc");
@@ -182,8 +180,7 @@ TEST(MakeOneLineString, MakesEachRunOfBreaksAndTabsOneBlank) {
     EXPECT_EQ(oneLine(L"abc"), L"abc");
 }
 
-// ---- RemoveNonPrintableChars, RemovePunctuationChars
-// ------------------------------------------------------------
+// ---- RemoveNonPrintableChars, RemovePunctuationChars ------------------------------------------------------
 
 TEST(RemoveCharacters, DropsWhatTheCLibraryNames) {
     for (const char* const name : {"C", "C.utf8"}) {
@@ -223,8 +220,7 @@ TEST(RemoveCharacters, ASurrogatePairCountsAsItsCharacter) {
         << "halves are none";
 }
 
-// ---- GetTextFragment
-// --------------------------------------------------------------------------------------------
+// ---- GetTextFragment --------------------------------------------------------------------------------------
 
 TEST(GetTextFragment, CutsAtTheEndOfAWord) {
     EXPECT_EQ(textFragment(L"hello brave world", 17), L"hello brave world");
@@ -262,8 +258,7 @@ TEST(GetTextFragment, MarkupIsText) {
     EXPECT_EQ(textFragment(L"&amp; x", 3), L"&am");
 }
 
-// ---- GetNonWellFormedTextFragment, GetHTMLFragment
-// --------------------------------------------------------------
+// ---- GetNonWellFormedTextFragment, GetHTMLFragment --------------------------------------------------------
 
 TEST(MarkedUpFragment, TagsAndCommentsNeitherCountNorAreCut) {
     const wchar_t* const text = L"<p class=\"x y\">Hello <b>brave</b> <!-- no > end -->world</p>";
@@ -387,8 +382,7 @@ TEST(GetHTMLFragment, GetsThroughHostileMarkup) {
     EXPECT_EQ(htmlFragment(comments, 8 * kDepth + 1), repeated(L"<!--", 2 * kDepth) + L"<i>x</i>");
 }
 
-// ---- ExtractTextSegmentIntoString
-// -------------------------------------------------------------------------------
+// ---- ExtractTextSegmentIntoString -------------------------------------------------------------------------
 
 TEST(ExtractTextSegmentIntoString, TakesWhatIsBetweenTheMarks) {
     const auto extract = [](const wchar_t* text, const wchar_t* open, const wchar_t* close) {

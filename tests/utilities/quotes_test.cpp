@@ -18,8 +18,7 @@ using brimtest::plain;
 using brimtest::RandomTexts;
 using Ranges = std::vector<std::pair<std::size_t, std::size_t>>;
 
-// ---- Models: each starts anew at every step
-// -----------------------------------------------------------------------
+// ---- Models: each starts anew at every step ---------------------------------------------------------------
 
 std::size_t find(const std::wstring& text, const std::wstring& what, std::size_t start) {
     const std::size_t found = start < text.size() ? text.find(what, start) : std::wstring::npos;
@@ -99,8 +98,7 @@ bool quotedValue(const std::wstring& text, std::size_t start, std::wstring& out,
 
 constexpr std::wstring_view kAlphabet = L"ab,()'\"\\";
 
-// ---- FindFirstUnescaped
-// -----------------------------------------------------------------------------------------
+// ---- FindFirstUnescaped -----------------------------------------------------------------------------------
 
 TEST(FindFirstUnescaped, PassesWhatABackslashPrecedes) {
     const BrimString text(L",\\,a,");
@@ -135,8 +133,7 @@ TEST(FindFirstUnescaped, AgreesWithTheModelOnRandomTexts) {
     }
 }
 
-// ---- FindFirstUnquoted
-// ------------------------------------------------------------------------------------------
+// ---- FindFirstUnquoted ------------------------------------------------------------------------------------
 
 TEST(FindFirstUnquoted, SkipsQuotedStretches) {
     const BrimString text(L"a,'x,y',z");
@@ -185,8 +182,7 @@ TEST(FindFirstUnquoted, AgreesWithTheModelOnRandomTexts) {
     }
 }
 
-// ---- FindClosingMark
-// --------------------------------------------------------------------------------------------
+// ---- FindClosingMark --------------------------------------------------------------------------------------
 
 TEST(FindClosingMark, FindsTheMarkThatClosesTheOneBeforeTheStart) {
     EXPECT_EQ(BaseStringUtil::FindClosingParenthesis(BrimString(L"f(a(b)c)"), 2), 7U);
@@ -240,8 +236,7 @@ TEST(FindClosingMark, GetsThroughDeepNesting) {
     EXPECT_EQ(BaseStringUtil::FindClosingParenthesis(brim(pairs + L"\""), 1), pairs.size() + 1);
 }
 
-// ---- GetQuotedString
-// --------------------------------------------------------------------------------------------
+// ---- GetQuotedString --------------------------------------------------------------------------------------
 
 TEST(GetQuotedString, ReadsToTheClosingApostrophe) {
     BrimString out(L"before");

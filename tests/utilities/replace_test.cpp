@@ -18,8 +18,7 @@ using brimtest::brim;
 using brimtest::plain;
 using brimtest::RandomTexts;
 
-// ---- Models
-// -----------------------------------------------------------------------------------------------------
+// ---- Models -----------------------------------------------------------------------------------------------
 
 std::wstring mapped(std::wstring text, std::wint_t (*map)(std::wint_t)) {
     for (wchar_t& c : text) {
@@ -87,8 +86,7 @@ bool replace(std::wstring& text, std::wstring_view from, std::wstring_view to, b
     return any;
 }
 
-// ---- Words
-// ------------------------------------------------------------------------------------------------------
+// ---- Words ------------------------------------------------------------------------------------------------
 
 TEST(IsWordSeparator, KnowsItsExactSet) {
     for (const char* const name : {"C", "C.utf8"}) {
@@ -134,8 +132,7 @@ TEST(IsSelfEnclosedWord, IsATextInOnePairOfMarks) {
     }
 }
 
-// ---- ReplacePatternInString
-// -------------------------------------------------------------------------------------
+// ---- ReplacePatternInString -------------------------------------------------------------------------------
 
 TEST(ReplacePatternInString, ReplacesFromLeftToRightWithoutOverlap) {
     const auto replaced = [](const wchar_t* text, const wchar_t* from, const wchar_t* to) {
@@ -152,8 +149,7 @@ TEST(ReplacePatternInString, ReplacesFromLeftToRightWithoutOverlap) {
     EXPECT_EQ(replaced(L"it's", L"'", L"''"), L"it''s");
 }
 
-// ---- ReplaceSubstring
-// -------------------------------------------------------------------------------------------
+// ---- ReplaceSubstring -------------------------------------------------------------------------------------
 
 TEST(ReplaceSubstring, TellsWhetherAnythingWasReplaced) {
     std::wstring text = L"one two one";

@@ -22,8 +22,7 @@ using Reference = RefStringTemplate<wchar_t>;
 
 constexpr std::size_t kNowhere = static_cast<std::size_t>(-1);
 
-// ---- Models
-// -----------------------------------------------------------------------------------------------------
+// ---- Models -----------------------------------------------------------------------------------------------
 
 std::size_t firstMatch(std::wstring_view text, std::wstring_view pattern, std::size_t start) {
     for (std::size_t at = start; !pattern.empty() && at < text.size(); ++at) {
@@ -96,8 +95,7 @@ void compareSearches(const std::wstring& text, const std::wstring& pattern) {
     compareAt(kNowhere);
 }
 
-// ---- Sub-strings
-// ------------------------------------------------------------------------------------------------
+// ---- Sub-strings ------------------------------------------------------------------------------------------
 
 TEST(ForwardPatternMatch, FindsTheFirstOccurrenceAtOrAfterTheStart) {
     EXPECT_EQ(forward(L"abcabd", L"abd", 0), 3U);
@@ -245,8 +243,7 @@ TEST(PatternMatches, AgreeWithTheModelsWhereTextsRepeatThemselves) {
     }
 }
 
-// ---- Character sets
-// ---------------------------------------------------------------------------------------------
+// ---- Character sets ---------------------------------------------------------------------------------------
 
 TEST(CharacterSets, SearchFromTheStart) {
     const BrimString text(L"hello, world");

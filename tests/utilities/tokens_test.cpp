@@ -40,8 +40,7 @@ Texts tokenizedWithEscape(std::wstring_view text, wchar_t delimiter, wchar_t esc
     return plain(out);
 }
 
-// ---- Models
-// -----------------------------------------------------------------------------------------------------
+// ---- Models -----------------------------------------------------------------------------------------------
 
 Texts modelTokens(const std::wstring& text, const std::wstring& delimiters, bool returnDelimiters,
                   bool keepEmptyTokens) {
@@ -99,8 +98,7 @@ Texts modelEscapedTokens(const std::wstring& text, wchar_t delimiter, wchar_t es
     return out;
 }
 
-// ---- Tokenize
-// ---------------------------------------------------------------------------------------------------
+// ---- Tokenize ---------------------------------------------------------------------------------------------
 
 TEST(Tokenize, DropsEmptyTokensUnlessToldToKeepThem) {
     EXPECT_EQ(tokenized(L"a,,b", L",", false, false), (Texts{L"a", L"b"}));
@@ -177,8 +175,7 @@ TEST(Tokenize, GetsThroughAMillionCharacters) {
     EXPECT_EQ(out[0].length(), 1000000U);
 }
 
-// ---- TokenizeWithEscape
-// -----------------------------------------------------------------------------------------
+// ---- TokenizeWithEscape -----------------------------------------------------------------------------------
 
 TEST(TokenizeWithEscape, AnEscapedDelimiterBelongsToItsToken) {
     BrimStringVector out = marked();
@@ -244,8 +241,7 @@ TEST(TokenizeWithEscape, GetsThroughAMillionCharacters) {
     EXPECT_EQ(out[0].length(), 500000U);
 }
 
-// ---- AppendToString, SplitStringBySize
-// --------------------------------------------------------------------------
+// ---- AppendToString, SplitStringBySize --------------------------------------------------------------------
 
 TEST(AppendToString, JoinsTheParts) {
     const BrimStringVector parts = {BrimString(L"a"), BrimString(), BrimString(L"b")};
@@ -285,8 +281,7 @@ TEST(SplitStringBySize, AnEmptyTextGivesNoPiece) {
     EXPECT_EQ(plain(own), (Texts{L"ab", L"c"})) << "the text may be an element of the vector";
 }
 
-// ---- UnescapeLikePattern
-// ----------------------------------------------------------------------------------------
+// ---- UnescapeLikePattern ----------------------------------------------------------------------------------
 
 TEST(UnescapeLikePattern, ResolvesEscapes) {
     const auto unescaped = [](std::wstring_view text) {

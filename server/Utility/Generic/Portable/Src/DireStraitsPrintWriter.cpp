@@ -79,7 +79,8 @@ bool DireStraitsPrintWriter::isAddressReadable(const void* p, size_type length) 
 }
 
 bool DireStraitsPrintWriter::isRangeReadable(const wchar_t* first, const wchar_t* last) const {
-    return first <= last && isAddressReadable(first, static_cast<size_type>(last - first) * sizeof(wchar_t));
+    // A range that runs backwards has a length that no memory has.
+    return isAddressReadable(first, static_cast<size_type>(last - first) * sizeof(wchar_t));
 }
 
 void DireStraitsPrintWriter::writeUnreadable(const wchar_t* what) { m_rSubWriter << what; }

@@ -59,40 +59,58 @@ struct Piece {
 
 constexpr std::size_t kLongestReference = 12; // "&" to ";"
 
-Piece pieceAt(View text, std::size_t i) {
-    const View rest = text.substr(i);
-    if (rest[0] == L'<') {
-        constexpr View kCommentEnd = L"-->";
-        const bool isComment = rest.substr(0, 4) == L"<!--";
-        const std::size_t end = isComment ? rest.find(kCommentEnd, 4) : rest.find(L'>');
-        if (end != View::npos) {
-            return {end + (isComment ? kCommentEnd.size() : 1), true};
+// Reads marked-up text from left to right. Each end of a tag or comment is looked for once: one that is still
+// ahead is kept.
+class PieceReader {
+public:
+    explicit PieceReader(View text) : m_text(text) {}
+
+    // The piece at `i`, which never goes back.
+    Piece at(std::size_t i) {
+        const View rest = m_text.substr(i);
+        if (rest[0] == L'<') {
+            constexpr View kCommentEnd = L"-->";
+            const bool isComment = rest.substr(0, 4) == L"<!--";
+            const std::size_t end =
+                isComment ? next(m_commentEnd, kCommentEnd, i + 4) : next(m_tagEnd, L">", i + 1);
+            if (end != View::npos) {
+                return {end - i + (isComment ? kCommentEnd.size() : 1), true};
+            }
         }
-    }
-    if (rest[0] == L'&') {
-        const std::size_t end = rest.substr(0, kLongestReference).find_first_of(L"; \t\r\n<&", 1);
-        if (end != View::npos && rest[end] == L';') {
-            return {end + 1, false};
+        if (rest[0] == L'&') {
+            const std::size_t end = rest.substr(0, kLongestReference).find_first_of(L"; \t\r\n<&", 1);
+            if (end != View::npos && rest[end] == L';') {
+                return {end + 1, false};
+            }
         }
+        return {isPairAt(m_text, i) ? std::size_t{2} : std::size_t{1}, false};
     }
-    return {isPairAt(text, i) ? std::size_t{2} : std::size_t{1}, false};
-}
+
+private:
+    // `known` is the last hit, 0 before the first search; npos stays.
+    std::size_t next(std::size_t& known, View mark, std::size_t from) const {
+        if (known < from) {
+            known = m_text.find(mark, from);
+        }
+        return known;
+    }
+
+    View m_text;
+    std::size_t m_tagEnd = 0;
+    std::size_t m_commentEnd = 0;
+};
 
 // Where to cut `text` to `n` characters: the whole length when it is no longer, else the end of the last
-// whole word, or of the n-th character when no word ends before. An "<" that nothing closes costs no second
-// look.
+// whole word, or of the n-th character when no word ends before.
 std::size_t cutOf(View text, std::size_t n, bool isMarkedUp) {
     std::size_t visible = 0;
     std::size_t wordEnd = 0;     // after the last character of a word that a blank follows
     std::size_t lastVisible = 0; // after the last character
     bool inWord = false;
-    bool tagsEnd = true;
+    PieceReader reader(text);
     for (std::size_t i = 0; i < text.size();) {
-        Piece piece{isPairAt(text, i) ? std::size_t{2} : std::size_t{1}, false};
-        if (isMarkedUp && (text[i] != L'<' || tagsEnd)) {
-            piece = pieceAt(text, i);
-            tagsEnd = text[i] != L'<' || piece.isMarkup;
-        }
+        const Piece piece =
+            isMarkedUp ? reader.at(i) : Piece{isPairAt(text, i) ? std::size_t{2} : std::size_t{1}, false};
         if (!piece.isMarkup) {
             // Units count as characters do in every length here; what does not fit whole is left out.
             const std::size_t counted = text[i] == L'&' ? 1 : piece.length;
@@ -112,8 +130,8 @@ std::size_t cutOf(View text, std::size_t n, bool isMarkedUp) {
 }
 
 String fragment(const String& text, std::size_t n, bool isMarkedUp) {
-    const View view(text.begin(), text.length());
-    return BaseStringUtil::TrimTrailingBlanks(String(text, cutOf(view, n, isMarkedUp)));
+    const std::size_t cut = cutOf(View(text.begin(), text.length()), n, isMarkedUp);
+    return cut == text.length() ? text : BaseStringUtil::TrimTrailingBlanks(String(text, cut));
 }
 
 // The name of a start or end tag, "" for markup that is neither.
@@ -140,10 +158,12 @@ bool isVoidElement(const String& lowerName) {
 String endTagsOf(View text) {
     BrimStringVector open;
     std::map<String, std::size_t> openByName;
+    PieceReader reader(text);
     for (std::size_t i = text.find(L'<'); i < text.size(); i = text.find(L'<', i)) {
-        const Piece piece = pieceAt(text, i);
+        const Piece piece = reader.at(i);
         if (!piece.isMarkup) {
-            break; // nothing closes this "<", so there is no tag after it
+            ++i;
+            continue;
         }
         const View tag = text.substr(i, piece.length);
         i += piece.length;

@@ -26,6 +26,67 @@ bool standsAlone(const String& text, std::size_t hit, std::size_t length) {
            (after == text.length() || BaseStringUtil::IsWordSeparator(text[after]));
 }
 
+// The occurrences of a pattern in a text, from left to right.
+class Occurrences {
+public:
+    Occurrences(const String& text, const String& pattern) : m_text(text), m_pattern(pattern) {}
+
+    // The first one at or after `pos`; the length of the text when there is none.
+    std::size_t findFrom(std::size_t pos) {
+        return m_last = BaseStringUtil::ForwardPatternMatch(m_text, m_pattern, pos);
+    }
+
+    // The first one after the last, which it may overlap. It builds on what of the pattern the last one's end
+    // has matched already: comparing from the next place on would be quadratic in texts that repeat
+    // themselves.
+    std::size_t findNext() {
+        const std::size_t m = m_pattern.length();
+        const wchar_t* const pattern = m_pattern.begin();
+        if (!m_hasBorders) {
+            findBorders();
+        }
+        const std::size_t* const border = m_borders.data();
+        std::size_t matched = border[m - 1];
+        for (std::size_t i = m_last + m; i < m_text.length(); ++i) {
+            if (matched == 0) {
+                return findFrom(i);
+            }
+            while (matched != 0 && m_text[i] != pattern[matched]) {
+                matched = border[matched - 1];
+            }
+            matched += m_text[i] == pattern[matched] ? 1 : 0;
+            if (matched == m) {
+                return m_last = i + 1 - m;
+            }
+        }
+        return m_last = m_text.length();
+    }
+
+private:
+    // m_borders[i]: length of the longest proper border of the first i + 1 pattern characters.
+    void findBorders() {
+        const std::size_t m = m_pattern.length();
+        const wchar_t* const pattern = m_pattern.begin();
+        m_borders.growNoPreserve(m);
+        std::size_t* const border = m_borders.data();
+        border[0] = 0;
+        for (std::size_t i = 1, matched = 0; i < m; ++i) {
+            while (matched != 0 && pattern[i] != pattern[matched]) {
+                matched = border[matched - 1];
+            }
+            matched += pattern[i] == pattern[matched] ? 1 : 0;
+            border[i] = matched;
+        }
+        m_hasBorders = true;
+    }
+
+    const String& m_text;
+    const String& m_pattern;
+    AutoBuffer<std::size_t, 32> m_borders;
+    bool m_hasBorders = false;
+    std::size_t m_last = 0;
+};
+
 // The text with each counted occurrence of `from` replaced. Occurrences are looked for in `searched`, which
 // is `text` or a form of it with the same places.
 template <class Counts>
@@ -33,21 +94,18 @@ String replaced(const String& text, const String& searched, const String& from, 
                 Counts counts) {
     String result;
     std::size_t copied = 0;
-    std::size_t pos = 0;
     any = false;
-    for (;;) {
-        const std::size_t hit = BaseStringUtil::ForwardPatternMatch(searched, from, pos);
-        if (hit == text.length()) {
-            break;
-        }
+    Occurrences occurrences(searched, from);
+    for (std::size_t hit = occurrences.findFrom(0); hit != text.length();) {
         if (!counts(hit)) {
-            pos = hit + 1;
+            hit = occurrences.findNext();
             continue;
         }
         result.append(text.begin() + copied, hit - copied);
         result.append(to);
-        copied = pos = hit + from.length();
+        copied = hit + from.length();
         any = true;
+        hit = occurrences.findFrom(copied);
     }
     if (!any) {
         return text;

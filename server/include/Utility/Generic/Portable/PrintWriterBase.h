@@ -33,6 +33,8 @@ public:
     PrintWriterBase& operator<<(const RefStringTemplate<wchar_t>& ref);
     /// Null writes nothing.
     PrintWriterBase& operator<<(const wchar_t* text);
+    /// Narrow text needs a PrintWriterWNarrowBase; without this it would print as a bool.
+    PrintWriterBase& operator<<(const char* text) = delete;
     /// Stores a zero at the buffer's end.
     PrintWriterBase& operator<<(const StringBufferBaseTemplate<wchar_t>& buffer);
     PrintWriterBase& operator<<(int value) { return appendNumberAsDecimal(static_cast<long>(value)); }
