@@ -1,5 +1,5 @@
-// The real texts that the benchmarks run on, from files that Debian packages bring (scripts/bootstrap installs
-// them). A text whose file is missing is left out, and one line on standard error names the package.
+// The real texts that the benchmarks run on, from files that Debian packages bring (scripts/bootstrap
+// installs them). A text whose file is missing is left out, and one line on standard error names the package.
 #pragma once
 
 #include <cstddef>

@@ -24,12 +24,12 @@
 #include <utility>
 #include <vector>
 
-using brim_test::AllocationLog;
-using brim_test::AllocationRefusal;
-using brim_test::RecordingAllocator;
+using brimtest::AllocationLog;
+using brimtest::AllocationRefusal;
 using brimtest::ClientCodePage;
 using brimtest::FreshProcess;
 using brimtest::GuardedBuffer;
+using brimtest::RecordingAllocator;
 using brimtest::RecordingManager;
 using sup::transcodeimpl::TranscoderCache;
 

@@ -584,7 +584,7 @@ TEST(DiagnosticLine, OfManyThreadsComesOutWhole) {
 
 TEST(DiagnosticLine, AsksTheAllocatorForNothing) {
     const std::string output = printed("C.UTF-8", [] {
-        brim_test::AllocationLog log;
+        brimtest::AllocationLog log;
         DiagnosticLine().text("a").text(L"\xD83D\xDE00").number(5);
         formatLine("%ls %s %d %f", L"\x20AC", "b", 7, 1.5);
         std::printf(" %d", log.empty() ? 1 : 0);

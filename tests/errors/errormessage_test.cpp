@@ -175,7 +175,7 @@ TEST_F(ErrorMessageManager, StaysTheCallersToDelete) {
 }
 
 TEST_F(ErrorMessageManager, ComesFromTheAllocatorGateway) {
-    brim_test::AllocationLog log;
+    brimtest::AllocationLog log;
     const Manager* const mine = new ("some/source.cpp", 12) CountingManager;
     const Manager* const standard = new DefaultManager;
     ASSERT_EQ(log.requests().size(), 2U);
@@ -302,7 +302,7 @@ TEST(DefaultErrorMessageManager, PrintsArgumentsAsTheyAre) {
 TEST(DefaultErrorMessageManager, AsksTheAllocatorForNothing) {
     const brimtest::ChildResult result = runInChild([] {
         Manager* const manager = DefaultManager::Make();
-        brim_test::AllocationLog log;
+        brimtest::AllocationLog log;
         manager->ThrowErrorMessage(-1, "a", "b");
         ::_exit(log.empty() ? 0 : 1);
     });

@@ -254,7 +254,7 @@ TEST(WithoutAHandler, ReportsAskTheAllocatorForNothing) {
     for (const auto report : kReports) {
         const brimtest::ChildResult result = withoutHandler([report] {
             // The report does not return: the signal that it ends in looks at the log.
-            static const brim_test::AllocationLog log;
+            static const brimtest::AllocationLog log;
             std::signal(SIGABRT, [](int) { ::_exit(log.empty() ? 0 : 1); });
             report();
         });
@@ -399,12 +399,12 @@ TEST(WithAHandler, ItsExceptionsPassThrough) {
     fetchOneSystemText();
     Handler handler;
     handler.bThrows = true;
-    const long live = brim_test::RecordingAllocator::liveBlocks();
+    const long live = brimtest::RecordingAllocator::liveBlocks();
     for (const std::function<void()>& report : reports) {
         EXPECT_THROW(report(), std::runtime_error);
     }
     EXPECT_EQ(handler.calls.size(), std::size(reports));
-    EXPECT_EQ(brim_test::RecordingAllocator::liveBlocks(), live) << "nothing is left behind";
+    EXPECT_EQ(brimtest::RecordingAllocator::liveBlocks(), live) << "nothing is left behind";
 }
 
 TEST(WithAHandler, OneThatReturnsReturnsToTheCaller) {
@@ -458,7 +458,7 @@ TEST(HandleOSError, FetchesNoSystemTextForAMessage) {
     fetchOneSystemText();
     Handler handler;
     const WideString message(L"cannot open");
-    brim_test::AllocationLog log;
+    brimtest::AllocationLog log;
     BrimAssert::handleOSError(kFile, kLine, message);
     EXPECT_TRUE(log.empty()) << "the copy shares the message's block";
 

@@ -12,10 +12,10 @@
 #include <type_traits>
 #include <vector>
 
-using brim_test::AllocationLog;
-using brim_test::AllocationRefusal;
-using brim_test::AllocationRelease;
-using brim_test::AllocationRequest;
+using brimtest::AllocationLog;
+using brimtest::AllocationRefusal;
+using brimtest::AllocationRelease;
+using brimtest::AllocationRequest;
 
 namespace {
 
@@ -165,7 +165,7 @@ TEST(AutoBuffer, GrowNoPreserveGrowsAlikeAndKeepsWhatFits) {
     }
     buffer.growNoPreserve(900);
     EXPECT_EQ(buffer.capacity(), 1600U);
-    EXPECT_EQ(buffer.data()[0], brim_test::kFreshByte * 0x101U) << "nothing is copied";
+    EXPECT_EQ(buffer.data()[0], brimtest::kFreshByte * 0x101U) << "nothing is copied";
     EXPECT_EQ(log.requests().size(), log.releases().size() + 1);
 }
 
@@ -393,7 +393,7 @@ template <class T, std::size_t N>
 void growAtRandom(unsigned seed) {
     SCOPED_TRACE(testing::Message() << "seed " << seed);
     std::mt19937 random(seed);
-    const long live = brim_test::RecordingAllocator::liveBlocks();
+    const long live = brimtest::RecordingAllocator::liveBlocks();
     for (int round = 0; round < 30; ++round) {
         AutoBuffer<T, N> buffer;
         std::size_t capacity = N;
@@ -427,7 +427,7 @@ void growAtRandom(unsigned seed) {
             fill(buffer, 0, capacity);
         }
     }
-    EXPECT_EQ(brim_test::RecordingAllocator::liveBlocks(), live);
+    EXPECT_EQ(brimtest::RecordingAllocator::liveBlocks(), live);
 }
 
 TEST(AutoBuffer, FollowsTheGrowthRuleForAnySequence) {

@@ -25,11 +25,11 @@
 #include <utility>
 #include <vector>
 
-using brim_test::AllocationLog;
-using brim_test::AllocationRefusal;
-using brim_test::AllocationRelease;
-using brim_test::AllocationRequest;
-using brim_test::RecordingAllocator;
+using brimtest::AllocationLog;
+using brimtest::AllocationRefusal;
+using brimtest::AllocationRelease;
+using brimtest::AllocationRequest;
+using brimtest::RecordingAllocator;
 using memalloc::MemoryAllocatorGateway;
 using memalloc::MemoryAllocatorHeap;
 using testing::ElementsAre;
@@ -187,7 +187,7 @@ TEST_F(SizeRemembering, WritesNothingButTheHeader) {
         auto* const p =
             static_cast<unsigned char*>(MemoryAllocatorGateway::allocateAndRemeberSize(size, kFile, kLine));
         for (std::size_t i = 0; i < size; ++i) {
-            ASSERT_EQ(p[i], brim_test::kFreshByte) << size << " at " << i;
+            ASSERT_EQ(p[i], brimtest::kFreshByte) << size << " at " << i;
         }
         MemoryAllocatorGateway::readSizeAndDeallocate(p);
     }
@@ -328,7 +328,7 @@ void printOneRequest() {
         bool bUntouched = headerOf(block) == made.size;
         for (std::size_t i = 8; i < made.size; ++i) {
             const bool bCallers = i >= offset && i < offset + kAsked;
-            bUntouched = bUntouched && block[i] == (bCallers ? 0x11 : brim_test::kFreshByte);
+            bUntouched = bUntouched && block[i] == (bCallers ? 0x11 : brimtest::kFreshByte);
         }
         MemoryAllocatorGateway::readSizeAndDeallocate(p);
         const AllocationRelease freed = log.releases().back();

@@ -8,7 +8,7 @@
 #include <type_traits>
 #include <utility>
 
-using brim_test::AllocationLog;
+using brimtest::AllocationLog;
 
 namespace {
 

@@ -13,10 +13,10 @@
 #include <stdexcept>
 #include <type_traits>
 
-using brim_test::AllocationLog;
-using brim_test::AllocationRefusal;
-using brim_test::AllocationRelease;
-using brim_test::AllocationRequest;
+using brimtest::AllocationLog;
+using brimtest::AllocationRefusal;
+using brimtest::AllocationRelease;
+using brimtest::AllocationRequest;
 using memalloc::MemAllocNewdel;
 
 namespace {

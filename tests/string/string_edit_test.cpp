@@ -15,7 +15,7 @@
 
 namespace {
 
-using namespace brim_test;
+using namespace brimtest;
 
 template <class T>
 using Edit = std::function<void(sup::String<T>&)>;

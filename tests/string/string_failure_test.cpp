@@ -14,7 +14,7 @@
 
 namespace {
 
-using namespace brim_test;
+using namespace brimtest;
 
 enum State { kNull, kUnique, kUniqueWithRoom, kCleared, kShared, kSharedCleared };
 constexpr State kStates[] = {kNull, kUnique, kUniqueWithRoom, kCleared, kShared, kSharedCleared};

@@ -19,7 +19,7 @@
 
 namespace {
 
-using namespace brim_test;
+using namespace brimtest;
 
 constexpr std::size_t kNPos = std::numeric_limits<std::size_t>::max();
 

@@ -10,7 +10,7 @@
 
 namespace {
 
-using namespace brim_test;
+using namespace brimtest;
 
 template <class T>
 class StringFind : public StringTestOf<T> {

@@ -15,7 +15,7 @@
 
 namespace {
 
-using namespace brim_test;
+using namespace brimtest;
 
 // ---- Types and layout -------------------------------------------------------------------------------------
 

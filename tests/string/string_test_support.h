@@ -14,7 +14,7 @@
 #include <string>
 #include <type_traits>
 
-namespace brim_test {
+namespace brimtest {
 
 using CharacterTypes = ::testing::Types<wchar_t, char>;
 
@@ -35,7 +35,7 @@ constexpr const T* chooseText(const char* narrow, const wchar_t* wide) {
 }
 
 // The text `literal` in characters of the test's type, TypeParam; it may hold zeros.
-#define TEXT(literal) (::brim_test::chooseText<TypeParam>(literal, L##literal))
+#define TEXT(literal) (::brimtest::chooseText<TypeParam>(literal, L##literal))
 #define CHARACTER(literal) (static_cast<TypeParam>(literal))
 // The text with its zeros, as a standard string.
 #define FULL_TEXT(literal) (std::basic_string<TypeParam>(TEXT(literal), sizeof(literal) - 1))
@@ -141,4 +141,4 @@ private:
 template <class T>
 class StringTestOf : public BalancedTest {};
 
-} // namespace brim_test
+} // namespace brimtest

@@ -21,7 +21,7 @@
 
 namespace {
 
-using namespace brim_test;
+using namespace brimtest;
 
 constexpr int kThreads = 6;
 

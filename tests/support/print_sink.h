@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace brim_test {
+namespace brimtest {
 
 /// `Base` is sup::PrintWriterBase, or a class derived from it.
 template <class Base>
@@ -71,4 +71,4 @@ private:
     int m_lastFlush = -1;
 };
 
-} // namespace brim_test
+} // namespace brimtest

@@ -24,7 +24,7 @@
 #include <mutex>
 #include <vector>
 
-namespace brim_test {
+namespace brimtest {
 
 /// What a new block is filled with.
 inline constexpr unsigned char kFreshByte = 0xA5;
@@ -153,15 +153,15 @@ inline void RecordingAllocator::free(void* p, std::size_t size) noexcept {
     std::free(header);
 }
 
-} // namespace brim_test
+} // namespace brimtest
 
 // `used`: nothing in the program calls them; the dynamic linker finds them for the library.
 extern "C" {
 __attribute__((used)) inline void* fenmem_800_allocate_dbg(std::size_t size, const char* file,
                                                            int line) noexcept {
-    return brim_test::RecordingAllocator::allocate(size, file, line);
+    return brimtest::RecordingAllocator::allocate(size, file, line);
 }
 __attribute__((used)) inline void fenmem_800_free(void* p, std::size_t size) noexcept {
-    brim_test::RecordingAllocator::free(p, size);
+    brimtest::RecordingAllocator::free(p, size);
 }
 }

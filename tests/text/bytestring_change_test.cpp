@@ -11,7 +11,7 @@
 
 namespace {
 
-using namespace brim_test;
+using namespace brimtest;
 
 // ---- Appending --------------------------------------------------------------------------------------------
 

@@ -13,7 +13,7 @@
 
 namespace {
 
-using namespace brim_test;
+using namespace brimtest;
 
 template <class T>
 struct ModelBlock {

@@ -13,7 +13,7 @@
 
 namespace {
 
-using namespace brim_test;
+using namespace brimtest;
 
 template <class T>
 std::size_t orLength(std::size_t found, const std::basic_string<T>& text) {

@@ -15,7 +15,7 @@
 #include <random>
 #include <string>
 
-namespace brim_test {
+namespace brimtest {
 
 template <class T>
 std::basic_string<T> copyOf(const sup::ByteString<T>& b) {
@@ -166,4 +166,4 @@ protected:
     using Text = std::wstring;
 };
 
-} // namespace brim_test
+} // namespace brimtest

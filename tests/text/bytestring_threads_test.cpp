@@ -13,7 +13,7 @@
 
 namespace {
 
-using namespace brim_test;
+using namespace brimtest;
 
 constexpr unsigned int kThreads = 4;
 constexpr int kRounds = 3000;

@@ -87,7 +87,7 @@ void* realloc(void* p, std::size_t size) noexcept {
 
 namespace {
 
-using namespace brim_test;
+using namespace brimtest;
 using brimtest::ChildResult;
 using brimtest::runInChild;
 using sup::DireStraitsPrintWriter;

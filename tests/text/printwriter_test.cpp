@@ -19,7 +19,7 @@
 
 namespace {
 
-using namespace brim_test;
+using namespace brimtest;
 using sup::PrintWriterBase;
 using sup::PrintWriterWNarrowBase;
 

@@ -16,7 +16,7 @@
 
 namespace {
 
-using namespace brim_test;
+using namespace brimtest;
 using brimtest::GuardedBuffer;
 
 constexpr std::size_t kNone = std::numeric_limits<std::size_t>::max();

@@ -14,7 +14,7 @@
 
 namespace {
 
-using namespace brim_test;
+using namespace brimtest;
 
 template <class T>
 struct Model {

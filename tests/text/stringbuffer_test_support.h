@@ -13,7 +13,7 @@
 #include <limits>
 #include <string>
 
-namespace brim_test {
+namespace brimtest {
 
 constexpr std::size_t kNone = std::numeric_limits<std::size_t>::max();
 constexpr const char* kBufferFile = "server/include/Utility/Generic/Portable/StringBufferBase.h";
@@ -77,4 +77,4 @@ std::string formatted(const char* format, Arguments... arguments) {
     return std::string(text, static_cast<std::size_t>(n));
 }
 
-} // namespace brim_test
+} // namespace brimtest

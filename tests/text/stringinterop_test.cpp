@@ -16,7 +16,7 @@
 
 namespace {
 
-using namespace brim_test;
+using namespace brimtest;
 
 template <class T>
 class StringInterop : public ByteStringTestOf<T> {};

@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
-using brim_test::AllocationRefusal;
-using brim_test::RecordingAllocator;
+using brimtest::AllocationRefusal;
 using brimtest::ClientCodePage;
+using brimtest::RecordingAllocator;
 using brimtest::RecordingManager;
 
 namespace {

@@ -21,10 +21,10 @@
 #include <string_view>
 #include <vector>
 
-using brim_test::AllocationLog;
-using brim_test::AllocationRefusal;
-using brim_test::RecordingAllocator;
+using brimtest::AllocationLog;
+using brimtest::AllocationRefusal;
 using brimtest::GuardedBuffer;
+using brimtest::RecordingAllocator;
 using brimtest::RecordingManager;
 using NarrowString = sup::String<char>;
 using WideString = sup::String<wchar_t>;

@@ -16,8 +16,8 @@
 #include <string>
 #include <string_view>
 
-using brim_test::RecordingAllocator;
 using brimtest::ClientCodePage;
+using brimtest::RecordingAllocator;
 using brimtest::RecordingManager;
 using WideString = sup::String<wchar_t>;
 

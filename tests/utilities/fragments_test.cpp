@@ -402,6 +402,8 @@ TEST(ExtractTextSegmentIntoString, TakesWhatIsBetweenTheMarks) {
     EXPECT_EQ(extract(L"a)", L"(", L")"), L"(none)");
     EXPECT_EQ(extract(L"(", L"(", L"("), L"(none)") << "one mark is not both";
     EXPECT_EQ(extract(L"", L"(", L")"), L"(none)");
+    EXPECT_EQ(extract(L"a)", nullptr, L")"), L"a") << "a null mark is the empty one";
+    EXPECT_EQ(extract(L"(a", L"(", nullptr), L"");
 }
 
 TEST(ExtractTextSegmentIntoString, TheResultMayReplaceItsText) {

@@ -5,7 +5,6 @@
 #include "kernels/utf8.h"
 
 #include <algorithm>
-#include <cwchar>
 #include <cwctype>
 #include <iterator>
 #include <map>
@@ -255,7 +254,7 @@ bool BaseStringUtil::ExtractTextSegmentIntoString(const String& text, const wcha
     if (opening == held.length()) {
         return false;
     }
-    const std::size_t first = opening + std::wcslen(open);
+    const std::size_t first = opening + sup::string_details::textLength(open);
     const std::size_t last = held.find(close, first);
     if (last == held.length()) {
         return false;
