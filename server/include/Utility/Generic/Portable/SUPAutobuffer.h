@@ -7,6 +7,7 @@
 #pragma once
 
 #include "Utility/Generic/Portable/BrimNodeAlloc.h"
+#include "Utility/Generic/Portable/SUPExport.h"
 
 #include <cstddef>
 #include <cstring>
@@ -15,7 +16,7 @@
 #include <type_traits>
 
 template <class T>
-class AutoBufferBase {
+class BRIMPORTABLE_API AutoBufferBase {
     static_assert(std::is_trivially_copyable<T>::value && std::is_trivially_destructible<T>::value,
                   "elements are copied as bytes");
 
@@ -107,7 +108,7 @@ private:
 };
 
 template <class T, std::size_t N>
-class AutoBuffer : public AutoBufferBase<T> {
+class BRIMPORTABLE_API AutoBuffer : public AutoBufferBase<T> {
 public:
     AutoBuffer() noexcept : AutoBufferBase<T>(m_static, N) {}
     AutoBuffer(const AutoBuffer& other) : AutoBufferBase<T>(m_static, N) { this->copyFrom(other); }
@@ -130,3 +131,8 @@ public:
     HeapedAutoBuffer(const HeapedAutoBuffer&) = default;
     HeapedAutoBuffer& operator=(const HeapedAutoBuffer&) = default;
 };
+
+extern template class AutoBufferBase<wchar_t>;
+extern template class AutoBufferBase<char>;
+extern template class AutoBufferBase<unsigned short>;
+extern template class AutoBuffer<unsigned short, 256>; // UTF-16 text for the XML parser

@@ -162,7 +162,7 @@ public:
     // ---- Access -------------------------------------------------------------------------------------------
 
     /// The zero-terminated text, never null. Valid until the string is changed or destroyed.
-    const T* c_str() const noexcept { return rep() == nullptr ? s_emptyText : rep()->m_pStart; }
+    const T* c_str() const noexcept { return rep() == nullptr ? emptyText() : rep()->m_pStart; }
     const T* data() const noexcept { return c_str(); }
     size_type length() const noexcept { return rep() == nullptr ? 0 : rep()->length(); }
     size_type size() const noexcept { return length(); }
@@ -170,7 +170,7 @@ public:
     size_type capacity() const noexcept;
     bool empty() const noexcept { return length() == 0; }
     const_iterator begin() const noexcept { return c_str(); }
-    const_iterator end() const noexcept { return rep() == nullptr ? s_emptyText : rep()->m_pFinish; }
+    const_iterator end() const noexcept { return rep() == nullptr ? emptyText() : rep()->m_pFinish; }
     const_reverse_iterator rbegin() const noexcept { return const_reverse_iterator(end()); }
     const_reverse_iterator rend() const noexcept { return const_reverse_iterator(begin()); }
     const T& front() const noexcept { return *begin(); }
@@ -335,8 +335,9 @@ private:
         data_type* m_pData = nullptr;
     };
 
-    // Stands in for the characters of the null string.
-    static constexpr T s_emptyText[1] = {};
+    // Stands in for the characters of the null string: the second zero, so that back() finds one too.
+    static constexpr T s_emptyText[2] = {};
+    static const T* emptyText() noexcept { return s_emptyText + 1; }
 
     static size_type rangeLength(const T* first, const T* last) noexcept {
         return static_cast<size_type>(last - first);

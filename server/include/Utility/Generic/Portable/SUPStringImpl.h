@@ -416,7 +416,7 @@ auto String<T>::findText(const T* text, size_type pos) const noexcept -> size_ty
     if (pos >= length()) {
         return npos;
     }
-    const T* const found = string_details::findInText(begin() + pos, text == nullptr ? s_emptyText : text);
+    const T* const found = string_details::findInText(begin() + pos, text == nullptr ? emptyText() : text);
     return found == nullptr ? npos : static_cast<size_type>(found - begin());
 }
 
@@ -428,7 +428,7 @@ auto String<T>::rfind(T c) const noexcept -> size_type {
 
 template <class T>
 int String<T>::compare(const T* text) const noexcept {
-    return string_details::compareTexts(c_str(), text == nullptr ? s_emptyText : text);
+    return string_details::compareTexts(c_str(), text == nullptr ? emptyText() : text);
 }
 
 template <class T>
