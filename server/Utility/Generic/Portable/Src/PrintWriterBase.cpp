@@ -2,7 +2,6 @@
 
 #include "DigitsText.h"
 
-#include <algorithm>
 #include <cstring>
 #include <cwchar>
 
@@ -14,17 +13,18 @@ constexpr std::size_t kNumberCharacters = 64;
 constexpr std::size_t kChunk = 64;
 
 // Writes the digits of `magnitude`, none for 0, in one call of the sink.
-void writeDigits(PrintWriterBase& writer, bool negative, unsigned long magnitude, unsigned long base) {
-    wchar_t digits[kNumberCharacters] = {};
-    std::size_t n = 0;
-    for (; magnitude != 0; magnitude /= base) {
-        digits[n++] = kDigitsAndTruncationMark[magnitude % base];
+template <unsigned long kBase>
+void writeDigits(PrintWriterBase& writer, bool negative, unsigned long magnitude) {
+    wchar_t digits[kNumberCharacters];
+    wchar_t* const end = digits + kNumberCharacters;
+    wchar_t* p = end;
+    for (; magnitude != 0; magnitude /= kBase) {
+        *--p = kDigitsAndTruncationMark[magnitude % kBase];
     }
     if (negative) {
-        digits[n++] = L'-';
+        *--p = L'-';
     }
-    std::reverse(digits, digits + n);
-    writer.addChars(digits, n);
+    writer.addChars(p, static_cast<std::size_t>(end - p));
 }
 
 } // namespace
@@ -71,17 +71,17 @@ PrintWriterBase& PrintWriterBase::operator<<(const StringBufferBaseTemplate<wcha
 
 PrintWriterBase& PrintWriterBase::appendNumberAsDecimal(long value) {
     const auto bits = static_cast<unsigned long>(value);
-    writeDigits(*this, value < 0, value < 0 ? 0UL - bits : bits, 10);
+    writeDigits<10>(*this, value < 0, value < 0 ? 0UL - bits : bits);
     return *this;
 }
 
 PrintWriterBase& PrintWriterBase::appendNumberAsDecimal(unsigned long value) {
-    writeDigits(*this, false, value, 10);
+    writeDigits<10>(*this, false, value);
     return *this;
 }
 
 PrintWriterBase& PrintWriterBase::appendNumberAsHex(unsigned long value) {
-    writeDigits(*this, false, value, 16);
+    writeDigits<16>(*this, false, value);
     return *this;
 }
 
