@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <cwchar>
 #include <limits>
 #include <new>
 
@@ -144,6 +145,27 @@ auto withCharacters(const ByteStringData<T>& data, Function fn) {
 inline long ordinal(wchar_t c) noexcept { return c; }
 inline long ordinal(char c) noexcept { return static_cast<unsigned char>(c); }
 inline long ordinal(unsigned char c) noexcept { return c; }
+
+// -1, 0 or 1. The C library's routines have the same orders.
+inline int signOf(int result) noexcept { return result < 0 ? -1 : result > 0 ? 1 : 0; }
+inline int compareOrdinals(const wchar_t* a, const wchar_t* b, std::size_t n) noexcept {
+    return n == 0 ? 0 : signOf(std::wmemcmp(a, b, n));
+}
+inline int compareOrdinals(const char* a, const char* b, std::size_t n) noexcept {
+    return n == 0 ? 0 : signOf(std::memcmp(a, b, n));
+}
+inline int compareOrdinals(const unsigned char* a, const unsigned char* b, std::size_t n) noexcept {
+    return n == 0 ? 0 : signOf(std::memcmp(a, b, n));
+}
+template <class Left, class Right>
+int compareOrdinals(const Left* a, const Right* b, std::size_t n) noexcept {
+    for (std::size_t i = 0; i < n; ++i) {
+        if (ordinal(a[i]) != ordinal(b[i])) {
+            return ordinal(a[i]) < ordinal(b[i]) ? -1 : 1;
+        }
+    }
+    return 0;
+}
 
 // Narrow characters hash as unsigned numbers too.
 inline std::uint32_t hashValue(wchar_t c) noexcept { return static_cast<std::uint32_t>(c); }
@@ -378,13 +400,7 @@ int ByteString<T>::compare(const ByteString& b) const noexcept {
     const size_type common = std::min(length(), b.length());
     const int result = string_details::withCharacters(*m_rep, [&](const auto* left) {
         return string_details::withCharacters(*b.m_rep, [=](const auto* right) {
-            for (size_type i = 0; i < common; ++i) {
-                const long difference = string_details::ordinal(left[i]) - string_details::ordinal(right[i]);
-                if (difference != 0) {
-                    return difference < 0 ? -1 : 1;
-                }
-            }
-            return 0;
+            return string_details::compareOrdinals(left, right, common);
         });
     });
     if (result != 0 || length() == b.length()) {
