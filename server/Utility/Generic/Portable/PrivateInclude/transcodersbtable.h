@@ -3,16 +3,18 @@
 //   forward   256 code points, indexed by byte
 //   reverse   PrimaryLimit bytes, indexed by code point; a hash map holds the few code points from
 //   PrimaryLimit on
-// Text is one pass: blocks of 16 identity characters at a time, one array index for any other character.
+// Text is one pass over copies of these tables, packed for the loops of kernels/sbtable.h. What a loop does
+// not know, such as a surrogate pair or an unmappable unit, is decided here, by the tables.
 #pragma once
 
 #include "Utility/Generic/Portable/BrimNodeAlloc.h"
 #include "Utility/Generic/Portable/SUPExport.h"
 #include "Utility/Generic/Portable/transcoderbase.h"
+#include "kernels/sbtable.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
-#include <emmintrin.h>
 #include <functional>
 #include <unordered_map>
 #include <utility>
@@ -28,58 +30,20 @@ constexpr int kAllocationLine = 117;
 constexpr std::size_t kTooSmall = static_cast<std::size_t>(-1);
 constexpr wchar_t kUndefined = 0xFFFD;
 constexpr char kUnmappable = '?';
-constexpr std::size_t kBlock = 16;
+// Texts up to these lengths are converted here: choosing a loop would take longer.
+constexpr std::size_t kShortBytes = 8;
+constexpr std::size_t kShortUnits = 5;
+// What a loop does not know seldom comes alone: so many units go by the tables.
+constexpr std::size_t kByTables = 16;
 
 constexpr bool isHighSurrogate(wchar_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
 constexpr bool isLowSurrogate(wchar_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
 
-/// Widens bytes below `Limit`, whole blocks only, and stops at the first block that holds another byte.
-/// Returns the bytes widened, a multiple of 16. Reads and writes only complete blocks inside the first
-/// `length` elements.
-template <unsigned Limit>
-std::size_t widenIdentityBlocks(const char* src, std::size_t length, wchar_t* dst) noexcept {
-    const __m128i zero = _mm_setzero_si128();
-    std::size_t done = 0;
-    for (; length - done >= kBlock; done += kBlock) {
-        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + done));
-        if constexpr (Limit < 256) {
-            // Saturating subtraction leaves zero exactly for the bytes up to Limit - 1.
-            const __m128i excess = _mm_subs_epu8(bytes, _mm_set1_epi8(static_cast<char>(Limit - 1)));
-            if (_mm_movemask_epi8(_mm_cmpeq_epi8(excess, zero)) != 0xFFFF) {
-                break;
-            }
-        }
-        const __m128i low = _mm_unpacklo_epi8(bytes, zero);
-        const __m128i high = _mm_unpackhi_epi8(bytes, zero);
-        auto* const out = reinterpret_cast<__m128i*>(dst + done);
-        _mm_storeu_si128(out, _mm_unpacklo_epi16(low, zero));
-        _mm_storeu_si128(out + 1, _mm_unpackhi_epi16(low, zero));
-        _mm_storeu_si128(out + 2, _mm_unpacklo_epi16(high, zero));
-        _mm_storeu_si128(out + 3, _mm_unpackhi_epi16(high, zero));
-    }
-    return done;
-}
-
-/// Narrows units from 0 to `Limit` - 1 in the same manner. Returns the units narrowed, a multiple of 16.
-template <unsigned Limit>
-std::size_t narrowIdentityBlocks(const wchar_t* src, std::size_t length, char* dst) noexcept {
-    const __m128i zero = _mm_setzero_si128();
-    const __m128i largest = _mm_set1_epi16(static_cast<short>(Limit - 1));
-    std::size_t done = 0;
-    for (; length - done >= kBlock; done += kBlock) {
-        const auto* const in = reinterpret_cast<const __m128i*>(src + done);
-        // Signed saturation keeps every unit that is out of range out of range: negative or above Limit - 1.
-        const __m128i low = _mm_packs_epi32(_mm_loadu_si128(in), _mm_loadu_si128(in + 1));
-        const __m128i high = _mm_packs_epi32(_mm_loadu_si128(in + 2), _mm_loadu_si128(in + 3));
-        const __m128i above = _mm_or_si128(_mm_cmpgt_epi16(low, largest), _mm_cmpgt_epi16(high, largest));
-        const __m128i below = _mm_cmplt_epi16(_mm_or_si128(low, high), zero);
-        if (_mm_movemask_epi8(_mm_or_si128(above, below)) != 0) {
-            break;
-        }
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + done), _mm_packus_epi16(low, high));
-    }
-    return done;
-}
+/// The loops in use (kernels/kernels.h), for instantiations outside the library too.
+BRIMPORTABLE_API void decodeRun(const kernels::SingleByteDecoding& table, const char* src, std::size_t length,
+                                wchar_t* dst) noexcept;
+BRIMPORTABLE_API std::size_t encodeRun(const kernels::SingleByteEncoding& table, const wchar_t* src,
+                                       std::size_t length, char* dst) noexcept;
 
 } // namespace sbtable_details
 
@@ -98,6 +62,9 @@ public:
     /// `table` ends with a kCP_End row. Of rows with the same key the last one counts; rows for the identity
     /// part have no effect.
     explicit TranscoderSBTable(const UnicodeMultibyteMapping* table);
+    /// The packed tables refer to the object.
+    TranscoderSBTable(const TranscoderSBTable&) = delete;
+    TranscoderSBTable& operator=(const TranscoderSBTable&) = delete;
 
     /// The caller owns the result. The second argument is ignored.
     static TranscoderImplBase* CreateTranscoderTable(const UnicodeMultibyteMapping* table, std::size_t param);
@@ -118,20 +85,26 @@ private:
     using ExtrasMap = std::unordered_map<wchar_t, char, std::hash<wchar_t>, std::equal_to<wchar_t>,
                                          BrimStlAllocator<std::pair<const wchar_t, char>>>;
 
+    void addReverse(const UnicodeMultibyteMapping& row);
+
     template <bool bWithCallback>
-    size_type encode(const wide_char* src, size_type srcLen, char* dst, size_type dstLen, callback cb,
-                     callbackParam cbParam) const;
+    size_type encode(size_type done, const wide_char* src, size_type srcLen, char* dst, size_type dstLen,
+                     callback cb, callbackParam cbParam) const;
 
     // Both arrays hold the identity part as well, so that one index serves every character.
     std::array<char, PrimaryLimit> m_vPrimaryUnicode; ///< 0: no mapping, except for U+0000
     ExtrasMap m_mSecondaryUnicode;                    ///< code points from PrimaryLimit on
     std::array<wchar_t, 256> m_vMB2Unicode;
+
+    // What the loops see of them.
+    kernels::SingleByteDecoding m_decoding;
+    kernels::SingleByteEncoding m_encoding;
 };
 
 template <unsigned IdentityLimit, unsigned PrimaryLimit, bool bAnyExtras>
 TranscoderSBTable<IdentityLimit, PrimaryLimit, bAnyExtras>::TranscoderSBTable(
     const UnicodeMultibyteMapping* table)
-    : m_vPrimaryUnicode{} {
+    : m_vPrimaryUnicode{}, m_encoding(IdentityLimit) {
     m_vMB2Unicode.fill(sbtable_details::kUndefined);
     for (unsigned value = 0; value < IdentityLimit; ++value) {
         m_vPrimaryUnicode[value] = static_cast<char>(value);
@@ -139,13 +112,15 @@ TranscoderSBTable<IdentityLimit, PrimaryLimit, bAnyExtras>::TranscoderSBTable(
     }
     for (const UnicodeMultibyteMapping* row = table; row->eDirection != kCP_End; ++row) {
         if (row->eDirection != kCP_MBToUnicode) {
-            AddUnicodeMapping(*row);
+            addReverse(*row);
         }
         const auto byte = static_cast<unsigned char>(row->cMBChars[0]);
         if (row->eDirection != kCP_UnicodeToMB && byte >= IdentityLimit) {
             m_vMB2Unicode[byte] = row->wUnicodeChar;
         }
     }
+    m_decoding.pack(m_vMB2Unicode, IdentityLimit);
+    m_encoding.chooseWindow();
 }
 
 template <unsigned IdentityLimit, unsigned PrimaryLimit, bool bAnyExtras>
@@ -157,12 +132,24 @@ TranscoderImplBase* TranscoderSBTable<IdentityLimit, PrimaryLimit, bAnyExtras>::
 template <unsigned IdentityLimit, unsigned PrimaryLimit, bool bAnyExtras>
 void TranscoderSBTable<IdentityLimit, PrimaryLimit, bAnyExtras>::AddUnicodeMapping(
     const UnicodeMultibyteMapping& row) {
+    addReverse(row);
+    m_encoding.chooseWindow();
+}
+
+template <unsigned IdentityLimit, unsigned PrimaryLimit, bool bAnyExtras>
+void TranscoderSBTable<IdentityLimit, PrimaryLimit, bAnyExtras>::addReverse(
+    const UnicodeMultibyteMapping& row) {
     // Unsigned, so that a negative value belongs to the map, where encode() looks for it.
     const auto codePoint = static_cast<unsigned>(row.wUnicodeChar);
     if (codePoint >= PrimaryLimit) {
         m_mSecondaryUnicode[row.wUnicodeChar] = row.cMBChars[0];
+        // A high surrogate may begin a pair, which comes before the map.
+        if (bAnyExtras && !sbtable_details::isHighSurrogate(row.wUnicodeChar)) {
+            m_encoding.set(codePoint, row.cMBChars[0]);
+        }
     } else if (codePoint >= IdentityLimit) {
         m_vPrimaryUnicode[codePoint] = row.cMBChars[0];
+        m_encoding.set(codePoint, row.cMBChars[0]);
     }
 }
 
@@ -172,13 +159,11 @@ auto TranscoderSBTable<IdentityLimit, PrimaryLimit, bAnyExtras>::multibyteToUnic
     if (dstLen < srcLen) {
         return sbtable_details::kTooSmall;
     }
-    size_type done = 0;
-    while (done != srcLen) {
-        done += sbtable_details::widenIdentityBlocks<IdentityLimit>(src + done, srcLen - done, dst + done);
-        const size_type stop =
-            srcLen - done > sbtable_details::kBlock ? done + sbtable_details::kBlock : srcLen;
-        for (; done != stop; ++done) {
-            dst[done] = m_vMB2Unicode[static_cast<unsigned char>(src[done])];
+    if (srcLen > sbtable_details::kShortBytes) {
+        sbtable_details::decodeRun(m_decoding, src, srcLen, dst);
+    } else {
+        for (size_type i = 0; i != srcLen; ++i) {
+            dst[i] = m_vMB2Unicode[static_cast<unsigned char>(src[i])];
         }
     }
     return srcLen;
@@ -191,25 +176,26 @@ auto TranscoderSBTable<IdentityLimit, PrimaryLimit, bAnyExtras>::unicodeToMultib
     if (dstLen < srcLen) {
         return sbtable_details::kTooSmall;
     }
-    return cb == nullptr ? encode<false>(src, srcLen, dst, dstLen, cb, cbParam)
-                         : encode<true>(src, srcLen, dst, dstLen, cb, cbParam);
+    const size_type run =
+        srcLen > sbtable_details::kShortUnits ? sbtable_details::encodeRun(m_encoding, src, srcLen, dst) : 0;
+    if (run == srcLen) {
+        return srcLen;
+    }
+    return cb == nullptr ? encode<false>(run, src, srcLen, dst, dstLen, cb, cbParam)
+                         : encode<true>(run, src, srcLen, dst, dstLen, cb, cbParam);
 }
 
-// There is at least as much room in `dst` as there is source left, at every turn of the loops.
+// Goes on after `done` characters of a byte each. There is at least as much room in `dst` as there is source
+// left, at every turn of the loops.
 template <unsigned IdentityLimit, unsigned PrimaryLimit, bool bAnyExtras>
 template <bool bWithCallback>
 auto TranscoderSBTable<IdentityLimit, PrimaryLimit, bAnyExtras>::encode(
-    const wide_char* src, size_type srcLen, char* dst, size_type dstLen, [[maybe_unused]] callback cb,
-    [[maybe_unused]] callbackParam cbParam) const -> size_type {
-    size_type read = 0;
-    size_type written = 0;
+    size_type done, const wide_char* src, size_type srcLen, char* dst, size_type dstLen,
+    [[maybe_unused]] callback cb, [[maybe_unused]] callbackParam cbParam) const -> size_type {
+    size_type read = done;
+    size_type written = done;
     while (read < srcLen) {
-        const size_type run =
-            sbtable_details::narrowIdentityBlocks<IdentityLimit>(src + read, srcLen - read, dst + written);
-        read += run;
-        written += run;
-        const size_type stop =
-            srcLen - read > sbtable_details::kBlock ? read + sbtable_details::kBlock : srcLen;
+        const size_type stop = read + std::min(srcLen - read, sbtable_details::kByTables);
         while (read < stop) {
             const wchar_t unit = src[read];
             const auto index = static_cast<unsigned>(unit);
@@ -246,6 +232,12 @@ auto TranscoderSBTable<IdentityLimit, PrimaryLimit, bAnyExtras>::encode(
                 dst[written++] = sbtable_details::kUnmappable;
                 read += units;
             }
+        }
+        if (srcLen - read > sbtable_details::kShortUnits) {
+            const size_type run =
+                sbtable_details::encodeRun(m_encoding, src + read, srcLen - read, dst + written);
+            read += run;
+            written += run;
         }
     }
     return written;

@@ -1,6 +1,22 @@
 #include "transcodersbtable.h"
 
+#include "kernels/kernels.h"
+
 namespace sup::transcodeimpl {
+
+namespace sbtable_details {
+
+void decodeRun(const kernels::SingleByteDecoding& table, const char* src, std::size_t length,
+               wchar_t* dst) noexcept {
+    kernels::kernels().decodeSingleByte(table, src, length, dst);
+}
+
+std::size_t encodeRun(const kernels::SingleByteEncoding& table, const wchar_t* src, std::size_t length,
+                      char* dst) noexcept {
+    return kernels::kernels().encodeSingleByte(table, src, length, dst);
+}
+
+} // namespace sbtable_details
 
 template class TranscoderSBTable<256, 256, false>;
 template class TranscoderSBTable<161, 734, false>;

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "Utility/Generic/Portable/SUPExport.h"
+#include "kernels/sbtable.h"
 #include "kernels/utf8.h"
 
 #include <atomic>
@@ -32,6 +33,12 @@ struct Kernels {
 
     /// T2NEncodingUTF8::calculateExactSize().
     std::size_t (*exactUtf8Size)(const wchar_t* src, std::size_t srcLen) noexcept;
+
+    /// See sbtable.h.
+    void (*decodeSingleByte)(const SingleByteDecoding& table, const char* src, std::size_t length,
+                             wchar_t* dst) noexcept;
+    std::size_t (*encodeSingleByte)(const SingleByteEncoding& table, const wchar_t* src, std::size_t length,
+                                    char* dst) noexcept;
 };
 
 /// The table of a level; null when the processor lacks it.

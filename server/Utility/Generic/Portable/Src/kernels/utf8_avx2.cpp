@@ -535,6 +535,7 @@ BRIM_AVX2 std::size_t exactUtf8Size(const wchar_t* src, std::size_t srcLen) noex
 
 } // namespace
 
-constinit const Kernels kAvx2Kernels{Level::avx2, &decodeUtf8, &encodeUtf8, &exactUtf8Size};
+constinit const Kernels kAvx2Kernels{Level::avx2,    &decodeUtf8,           &encodeUtf8,
+                                     &exactUtf8Size, &decodeSingleByteAvx2, &encodeSingleByteAvx2};
 
 } // namespace sup::kernels

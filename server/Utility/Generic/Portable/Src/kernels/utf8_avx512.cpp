@@ -432,6 +432,8 @@ BRIM_AVX512 std::size_t exactUtf8Size(const wchar_t* src, std::size_t srcLen) no
 
 } // namespace
 
-constinit const Kernels kAvx512Kernels{Level::avx512, &decodeUtf8, &encodeUtf8, &exactUtf8Size};
+constinit const Kernels kAvx512Kernels{
+    Level::avx512,          &decodeUtf8, &encodeUtf8, &exactUtf8Size, &decodeSingleByteAvx512,
+    &encodeSingleByteAvx512};
 
 } // namespace sup::kernels

@@ -251,6 +251,7 @@ std::size_t exactUtf8Size(const wchar_t* src, std::size_t srcLen) noexcept {
 
 } // namespace
 
-constinit const Kernels kPlainKernels{Level::plain, &decodeUtf8, &encodeUtf8, &exactUtf8Size};
+constinit const Kernels kPlainKernels{
+    Level::plain, &decodeUtf8, &encodeUtf8, &exactUtf8Size, &decodeSingleBytePlain, &encodeSingleBytePlain};
 
 } // namespace sup::kernels
