@@ -1,37 +1,71 @@
-// Case folding of wide characters in the current locale, without a call per ASCII character.
+// Case folding of wide characters in the current locale: blocks of ASCII in vectors, other characters by the
+// locale's tables. The results are those of towlower and towupper.
 //
-// ASCII letters fold among themselves in every locale but the Turkic ones, where capital I has another small
-// letter. One look at the locale tells; it is taken anew for every text, since a host may change its locale.
+// A fold belongs to the locale that was current when it was made; make one for every text.
 #pragma once
 
-#include <cwctype>
+#include "LocaleCharacters.h"
+
+#include <cstddef>
+#include <cstdint>
 
 namespace sup {
 
-class LowerCaseFold {
+class BRIMPORTABLE_API LowerCaseFold {
 public:
-    wchar_t operator()(wchar_t c) const noexcept {
-        if (m_plainAscii && static_cast<unsigned int>(c) < 0x80) {
-            return c >= L'A' && c <= L'Z' ? static_cast<wchar_t>(c + (L'a' - L'A')) : c;
+    LowerCaseFold() noexcept : m_characters(LocaleCharacters::current()) {
+        if (m_characters != nullptr) {
+            m_alphabets = m_characters->lowerAlphabets();
+            m_limit = LocaleCharacters::kAlphabetsLimit;
+            m_plainAscii = m_characters->lowersPlainAscii();
         }
-        return static_cast<wchar_t>(std::towlower(static_cast<std::wint_t>(c)));
     }
 
+    wchar_t operator()(wchar_t c) const noexcept {
+        const auto code = static_cast<std::uint32_t>(c);
+        return code < m_limit ? m_alphabets[code] : foldOther(code);
+    }
+
+    /// Folds `n` characters into `dst`, which may be `src`; returns the end of them.
+    wchar_t* fold(const wchar_t* src, std::size_t n, wchar_t* dst) const noexcept;
+
+    /// The first of `n` places where the texts differ after the fold; `n` when there is none.
+    std::size_t firstDifference(const wchar_t* a, const wchar_t* b, std::size_t n) const noexcept;
+
 private:
-    bool m_plainAscii = std::towlower(L'I') == L'i';
+    wchar_t foldOther(std::uint32_t code) const noexcept;
+
+    const LocaleCharacters* m_characters;
+    const wchar_t* m_alphabets = nullptr;
+    std::uint32_t m_limit = 0;
+    bool m_plainAscii = false;
 };
 
-class UpperCaseFold {
+class BRIMPORTABLE_API UpperCaseFold {
 public:
-    wchar_t operator()(wchar_t c) const noexcept {
-        if (m_plainAscii && static_cast<unsigned int>(c) < 0x80) {
-            return c >= L'a' && c <= L'z' ? static_cast<wchar_t>(c - (L'a' - L'A')) : c;
+    UpperCaseFold() noexcept : m_characters(LocaleCharacters::current()) {
+        if (m_characters != nullptr) {
+            m_alphabets = m_characters->upperAlphabets();
+            m_limit = LocaleCharacters::kAlphabetsLimit;
+            m_plainAscii = m_characters->raisesPlainAscii();
         }
-        return static_cast<wchar_t>(std::towupper(static_cast<std::wint_t>(c)));
     }
 
+    wchar_t operator()(wchar_t c) const noexcept {
+        const auto code = static_cast<std::uint32_t>(c);
+        return code < m_limit ? m_alphabets[code] : foldOther(code);
+    }
+
+    /// As LowerCaseFold's.
+    wchar_t* fold(const wchar_t* src, std::size_t n, wchar_t* dst) const noexcept;
+
 private:
-    bool m_plainAscii = std::towupper(L'i') == L'I';
+    wchar_t foldOther(std::uint32_t code) const noexcept;
+
+    const LocaleCharacters* m_characters;
+    const wchar_t* m_alphabets = nullptr;
+    std::uint32_t m_limit = 0;
+    bool m_plainAscii = false;
 };
 
 } // namespace sup

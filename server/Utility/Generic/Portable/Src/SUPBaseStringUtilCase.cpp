@@ -2,12 +2,13 @@
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
 
 #include "CaseFolding.h"
+#include "LocaleCharacters.h"
 #include "Utility/Generic/Portable/SUPAutobuffer.h"
 #include "kernels/search.h"
 
 #include <algorithm>
 #include <cctype>
-#include <cstring>
+#include <cstdint>
 #include <cwchar>
 #include <cwctype>
 
@@ -15,7 +16,19 @@ namespace {
 
 using String = BaseStringUtil::String;
 
-bool isBlank(wchar_t c) { return std::iswspace(static_cast<std::wint_t>(c)) != 0; }
+// iswspace in the current locale.
+class Blanks {
+public:
+    bool operator()(wchar_t c) const {
+        const auto code = static_cast<std::uint32_t>(c);
+        return m_characters != nullptr && code < sup::LocaleCharacters::kLowLimit
+                   ? m_characters->isSpace(code)
+                   : std::iswspace(code) != 0;
+    }
+
+private:
+    const sup::LocaleCharacters* m_characters = sup::LocaleCharacters::current();
+};
 
 char narrowLower(char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); }
 char narrowUpper(char c) { return static_cast<char>(std::toupper(static_cast<unsigned char>(c))); }
@@ -23,6 +36,7 @@ char narrowUpper(char c) { return static_cast<char>(std::toupper(static_cast<uns
 String trimmed(const String& text, bool atStart, bool atEnd) {
     const wchar_t* first = text.begin();
     const wchar_t* last = text.end();
+    const Blanks isBlank;
     while (atEnd && last != first && isBlank(last[-1])) {
         --last;
     }
@@ -33,50 +47,86 @@ String trimmed(const String& text, bool atStart, bool atEnd) {
     return length == text.length() ? text : String(first, length);
 }
 
-template <class T, class Map>
-void mapText(const T* src, T* dst, Map map) {
-    if (src == nullptr) {
-        *dst = T();
-        return;
-    }
-    for (; *src != T(); ++src) {
-        *dst++ = map(*src);
-    }
-    *dst = T();
+template <class Fold>
+void foldText(const wchar_t* src, wchar_t* dst, const Fold& fold) {
+    *fold.fold(src, src == nullptr ? 0 : std::wcslen(src), dst) = L'\0';
 }
 
-template <class T, class Map>
-sup::String<T> mappedCopy(const sup::String<T>& text, Map map) {
-    sup::String<T> result(text.begin(), text.length());
-    T* const first = result.mutable_begin();
+template <class Fold>
+String foldedCopy(const String& text, const Fold& fold) {
+    String result(text.begin(), text.length());
+    wchar_t* const first = result.mutable_begin();
+    if (first != nullptr) {
+        fold.fold(first, result.length(), first);
+    }
+    return result;
+}
+
+void mapText(const char* src, char* dst, char (*map)(char)) {
+    if (src != nullptr) {
+        for (; *src != '\0'; ++src) {
+            *dst++ = map(*src);
+        }
+    }
+    *dst = '\0';
+}
+
+BaseStringUtil::NarrowString mappedCopy(const BaseStringUtil::NarrowString& text, char (*map)(char)) {
+    BaseStringUtil::NarrowString result(text.begin(), text.length());
+    char* const first = result.mutable_begin();
     if (first != nullptr) {
         std::transform(first, first + result.length(), first, map);
     }
     return result;
 }
 
-std::uint32_t ordinal(wchar_t c) { return static_cast<std::uint32_t>(c); }
+// A text with all its zeros.
+struct Text {
+    const wchar_t* first;
+    std::size_t length;
+};
 
-bool isLess(const wchar_t* a, const wchar_t* b) {
-    const sup::LowerCaseFold lower;
-    for (;; ++a, ++b) {
-        if (*a != *b) {
-            const std::uint32_t left = ordinal(lower(*a));
-            const std::uint32_t right = ordinal(lower(*b));
-            // A text that ends is a prefix of the other, so less.
-            if (*a == L'\0' || *b == L'\0') {
-                return *a == L'\0';
-            }
-            if (left != right) {
-                return left < right;
-            }
-        } else if (*a == L'\0') {
-            return false;
-        }
-    }
+Text textOf(const String& s) { return {s.begin(), s.length()}; }
+
+// Two terminated texts. The second one's end is looked for no further than the order can depend on it.
+struct TextPair {
+    Text a;
+    Text b;
+};
+TextPair terminated(const wchar_t* a, const wchar_t* b) {
+    a = a == nullptr ? L"" : a;
+    b = b == nullptr ? L"" : b;
+    const std::size_t aLength = std::wcslen(a);
+    return {{a, aLength}, {b, ::wcsnlen(b, aLength + 1)}};
 }
 
-const wchar_t* textOrEmpty(const wchar_t* text) { return text == nullptr ? L"" : text; }
+enum class Order { less, equal, notLess };
+
+// The order goes up to the first zero of each text, equality to their ends.
+Order order(Text a, Text b) {
+    const sup::LowerCaseFold lower;
+    const std::size_t common = std::min(a.length, b.length);
+    const std::size_t i = lower.firstDifference(a.first, b.first, common);
+    if (i == a.length && i == b.length) {
+        return Order::equal;
+    }
+    const auto endsAt = [i](Text text) { return i == text.length || text.first[i] == L'\0'; };
+    // A zero before the difference ends both texts there.
+    if (endsAt(b) || (i != 0 && std::wmemchr(a.first, L'\0', i) != nullptr)) {
+        return Order::notLess;
+    }
+    if (endsAt(a)) {
+        return Order::less;
+    }
+    const auto left = static_cast<std::uint32_t>(lower(a.first[i]));
+    const auto right = static_cast<std::uint32_t>(lower(b.first[i]));
+    return left < right ? Order::less : Order::notLess;
+}
+
+bool matches(Text a, Text b) {
+    return a.length == b.length &&
+           sup::LowerCaseFold().firstDifference(a.first, b.first, a.length) == a.length;
+}
 
 } // namespace
 
@@ -96,20 +146,20 @@ String BaseStringUtil::RightPadWithSpaces(const String& text, std::size_t width)
 }
 
 void BaseStringUtil::ToLowerCase(const wchar_t* src, wchar_t* dst) {
-    mapText(src, dst, sup::LowerCaseFold());
+    foldText(src, dst, sup::LowerCaseFold());
 }
 
 void BaseStringUtil::ToUpperCase(const wchar_t* src, wchar_t* dst) {
-    mapText(src, dst, sup::UpperCaseFold());
+    foldText(src, dst, sup::UpperCaseFold());
 }
 
 void BaseStringUtil::ToLowerCase(const char* src, char* dst) { mapText(src, dst, narrowLower); }
 
 void BaseStringUtil::ToUpperCase(const char* src, char* dst) { mapText(src, dst, narrowUpper); }
 
-String BaseStringUtil::ToLowerCase(const String& text) { return mappedCopy(text, sup::LowerCaseFold()); }
+String BaseStringUtil::ToLowerCase(const String& text) { return foldedCopy(text, sup::LowerCaseFold()); }
 
-String BaseStringUtil::ToUpperCase(const String& text) { return mappedCopy(text, sup::UpperCaseFold()); }
+String BaseStringUtil::ToUpperCase(const String& text) { return foldedCopy(text, sup::UpperCaseFold()); }
 
 BaseStringUtil::NarrowString BaseStringUtil::ToLowerCase(const NarrowString& text) {
     return mappedCopy(text, narrowLower);
@@ -120,44 +170,37 @@ BaseStringUtil::NarrowString BaseStringUtil::ToUpperCase(const NarrowString& tex
 }
 
 bool BaseStringUtil::IsCaseInsensitiveMatch(const String& a, const String& b) {
-    if (a.length() != b.length()) {
-        return false;
-    }
-    return std::equal(a.begin(), a.end(), b.begin(),
-                      [lower = sup::LowerCaseFold()](wchar_t left, wchar_t right) {
-                          return left == right || lower(left) == lower(right);
-                      });
+    return matches(textOf(a), textOf(b));
 }
 
 bool BaseStringUtil::IsNTSCaseInsensitiveMatch(const wchar_t* a, const wchar_t* b) {
-    const sup::LowerCaseFold lower;
-    a = textOrEmpty(a);
-    b = textOrEmpty(b);
-    for (; *a == *b || lower(*a) == lower(*b); ++a, ++b) {
-        if (*a == L'\0') {
-            return true;
-        }
-    }
-    return false;
+    const TextPair texts = terminated(a, b);
+    return matches(texts.a, texts.b);
 }
 
 bool BaseStringUtil::IsCaseInsensitiveLessThan(const String& a, const String& b) {
-    return isLess(a.c_str(), b.c_str());
+    return order(textOf(a), textOf(b)) == Order::less;
 }
 
 bool BaseStringUtil::IsNTSCaseInsensitiveLessThan(const wchar_t* a, const wchar_t* b) {
-    return isLess(textOrEmpty(a), textOrEmpty(b));
+    const TextPair texts = terminated(a, b);
+    return order(texts.a, texts.b) == Order::less;
 }
 
 int BaseStringUtil::CaseInsensitiveCompare(const String& a, const String& b) {
-    if (IsCaseInsensitiveLessThan(a, b)) {
+    switch (order(textOf(a), textOf(b))) {
+    case Order::less:
         return -1;
+    case Order::equal:
+        return 0;
+    case Order::notLess:
+        break;
     }
-    return IsCaseInsensitiveMatch(a, b) ? 0 : 1;
+    return 1;
 }
 
 int BaseStringUtil::FileNameCompare(const wchar_t* a, const wchar_t* b) {
-    return std::wcscmp(textOrEmpty(a), textOrEmpty(b));
+    return std::wcscmp(a == nullptr ? L"" : a, b == nullptr ? L"" : b);
 }
 
 bool BaseStringUtil::CaseInsensitiveFindPattern(const String& text, const String& pattern) {
@@ -169,9 +212,9 @@ bool BaseStringUtil::CaseInsensitiveFindPattern(const String& text, const String
     }
     AutoBuffer<wchar_t, 513> folded;
     folded.growNoPreserve(text.length() + pattern.length());
-    wchar_t* const foldedPattern =
-        std::transform(text.begin(), text.end(), folded.data(), sup::LowerCaseFold());
-    std::transform(pattern.begin(), pattern.end(), foldedPattern, sup::LowerCaseFold());
+    const sup::LowerCaseFold lower;
+    wchar_t* const foldedPattern = lower.fold(text.begin(), text.length(), folded.data());
+    lower.fold(pattern.begin(), pattern.length(), foldedPattern);
     return sup::kernels::findText(folded.data(), text.length(), foldedPattern, pattern.length()) !=
            text.length();
 }

@@ -1,12 +1,17 @@
 // BaseStringUtil: URI, Base64, XML and quote escapes.
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
 
+#include "CharacterSet.h"
+#include "LocaleCharacters.h"
+#include "Utility/Generic/Portable/SUPAutobuffer.h"
 #include "Utility/Generic/Portable/SUPOS.h"
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cwchar>
 #include <cwctype>
+#include <iterator>
 
 namespace {
 
@@ -54,16 +59,65 @@ int readHex(const wchar_t* p, const wchar_t* end, int n) {
     return value;
 }
 
+// Collects characters, and appends them to a string many at a time.
+class Appender {
+public:
+    // A few characters, copied as a whole.
+    struct Piece {
+        wchar_t text[8];
+        std::size_t length;
+    };
+
+    explicit Appender(String& out) : m_out(out) {}
+    void add(wchar_t c) {
+        makeRoom();
+        m_held[m_count++] = c;
+    }
+    void add(const Piece& piece) {
+        makeRoom();
+        std::copy(std::begin(piece.text), std::end(piece.text), m_held + m_count);
+        m_count += piece.length;
+    }
+    void add(const wchar_t* first, std::size_t n) {
+        if (n > kShort) {
+            flush();
+            m_out.append(first, n);
+            return;
+        }
+        for (; n != 0; --n) {
+            add(*first++);
+        }
+    }
+    void flush() {
+        m_out.append(m_held, m_count);
+        m_count = 0;
+    }
+
+private:
+    static constexpr std::size_t kShort = 16;
+    static constexpr std::size_t kRoom = 256;
+
+    void makeRoom() {
+        if (m_count > kRoom - std::size(Piece().text)) {
+            flush();
+        }
+    }
+
+    String& m_out;
+    std::size_t m_count = 0;
+    wchar_t m_held[kRoom];
+};
+
 // The bytes of a run of percent escapes, UTF-8 in pieces of at most 2,048 bytes.
 class EscapedBytes {
 public:
-    explicit EscapedBytes(String& out) : m_out(out) {}
+    EscapedBytes(String& out, Appender& appender) : m_out(out), m_appender(appender) {}
     void add(int byte) {
         if (byte == 0) {
             return;
         }
         if (byte < 0x80 && m_count == 0) {
-            m_out.push_back(static_cast<wchar_t>(byte));
+            m_appender.add(static_cast<wchar_t>(byte));
             return;
         }
         m_bytes[m_count++] = static_cast<char>(byte);
@@ -75,6 +129,7 @@ public:
         if (m_count != 0) {
             String decoded;
             BaseStringUtil::StdStringToString(m_bytes, m_count, decoded, kUtf8);
+            m_appender.flush();
             m_out.append(decoded);
             m_count = 0;
         }
@@ -82,25 +137,64 @@ public:
 
 private:
     String& m_out;
+    Appender& m_appender;
     char m_bytes[2048];
     unsigned int m_count = 0;
 };
 
-// What an XML character is replaced by; null for others.
-const wchar_t* xmlEntityOf(wchar_t c) {
+// The marks that stay as they are.
+constexpr std::array<bool, 128> uriMarks() {
+    std::array<bool, 128> marks{};
+    for (const char c : {'-', '.', '!', '\'', '(', ')', '*', '_', '~'}) {
+        marks[static_cast<unsigned char>(c)] = true;
+    }
+    return marks;
+}
+constexpr std::array<bool, 128> kUriMarks = uriMarks();
+
+enum class UriForm { kept, blank, escaped };
+
+// The forms of characters in the current locale.
+class UriForms {
+public:
+    UriForm of(wchar_t c) const {
+        const auto code = static_cast<std::uint32_t>(c);
+        if (m_characters != nullptr && code < sup::LocaleCharacters::kLowLimit) {
+            return form(c, m_characters->isAlphanumeric(code), m_characters->isSpace(code));
+        }
+        return form(c, std::iswalnum(code) != 0, std::iswspace(code) != 0);
+    }
+
+private:
+    static UriForm form(wchar_t c, bool isAlphanumeric, bool isSpace) {
+        if (isAlphanumeric || (c >= 0 && c < 0x80 && kUriMarks[static_cast<std::size_t>(c)])) {
+            return UriForm::kept;
+        }
+        return isSpace ? UriForm::blank : UriForm::escaped;
+    }
+
+    const sup::LocaleCharacters* m_characters = sup::LocaleCharacters::current();
+};
+
+// What an XML character is replaced by.
+using Entity = Appender::Piece;
+const Entity& xmlEntityOf(wchar_t c) {
+    static constexpr Entity kQuote{L"&quot;", 6};
+    static constexpr Entity kApostrophe{L"&apos;", 6};
+    static constexpr Entity kAmpersand{L"&amp;", 5};
+    static constexpr Entity kLess{L"&lt;", 4};
+    static constexpr Entity kGreater{L"&gt;", 4};
     switch (c) {
     case L'"':
-        return L"&quot;";
+        return kQuote;
     case L'\'':
-        return L"&apos;";
+        return kApostrophe;
     case L'&':
-        return L"&amp;";
+        return kAmpersand;
     case L'<':
-        return L"&lt;";
-    case L'>':
-        return L"&gt;";
+        return kLess;
     default:
-        return nullptr;
+        return kGreater;
     }
 }
 
@@ -134,18 +228,19 @@ String encodeBase64(const unsigned char* data, std::size_t size, bool breakLines
 String BaseStringUtil::UriEncode(const String& text) {
     String out;
     out.reserve(text.length());
+    Appender appender(out);
+    const UriForms forms;
     for (const wchar_t c : text) {
-        const auto code = static_cast<std::wint_t>(c);
-        if (std::iswalnum(code) != 0 || (c != 0 && std::wcschr(L"-.!'()*_~", c) != nullptr)) {
-            out.push_back(c);
-        } else if (std::iswspace(code) != 0) {
-            out.push_back(L'+');
-        } else {
-            out.push_back(L'%');
-            out.push_back(hexDigit(static_cast<signed char>(c >> 4)));
-            out.push_back(hexDigit(c & 0xF));
+        const UriForm form = forms.of(c);
+        if (form != UriForm::escaped) {
+            appender.add(form == UriForm::blank ? L'+' : c);
+            continue;
         }
+        appender.add(L'%');
+        appender.add(hexDigit(static_cast<signed char>(c >> 4)));
+        appender.add(hexDigit(c & 0xF));
     }
+    appender.flush();
     return out;
 }
 
@@ -158,9 +253,12 @@ String BaseStringUtil::UriDecode(const String& text, bool requireMarker) {
         return text;
     }
     const wchar_t* p = text.begin() + (isMarked ? kMarkerLength : 0);
-    const wchar_t* const end = std::find(p, text.end(), L'>');
+    const auto left = static_cast<std::size_t>(text.end() - p);
+    const wchar_t* const mark = left == 0 ? nullptr : std::wmemchr(p, L'>', left);
+    const wchar_t* const end = mark == nullptr ? text.end() : mark;
     String out;
-    EscapedBytes escaped(out);
+    Appender appender(out);
+    EscapedBytes escaped(out, appender);
     while (p != end) {
         const wchar_t c = *p++;
         if (c == L'%') {
@@ -173,25 +271,37 @@ String BaseStringUtil::UriDecode(const String& text, bool requireMarker) {
             escaped.flush();
             const int unit = p != end && *p == L'u' ? readHex(p + 1, end, 4) : -1;
             if (unit >= 0) {
-                out.push_back(static_cast<wchar_t>(unit));
+                appender.add(static_cast<wchar_t>(unit));
                 p += 5;
             }
         } else {
             escaped.flush();
-            out.push_back(c == L'+' ? L' ' : c);
+            appender.add(c == L'+' ? L' ' : c);
         }
     }
     escaped.flush();
+    appender.flush();
     return out;
 }
 
 void BaseStringUtil::Base64Decode(unsigned char* in, int length, std::vector<unsigned char>& out) {
     out.resize(length < 0 ? 0 : static_cast<std::size_t>(length));
+    const auto valueAt = [in](int i) { return static_cast<int>(g_base64_chars[in[i]]); };
     std::size_t n = 0;
+    int i = 0;
+    for (; length - i >= 4; i += 4) {
+        const int bits = valueAt(i) << 18 | valueAt(i + 1) << 12 | valueAt(i + 2) << 6 | valueAt(i + 3);
+        if (bits < 0) { // one of them is no character of the alphabet
+            break;
+        }
+        out[n++] = static_cast<unsigned char>(bits >> 16);
+        out[n++] = static_cast<unsigned char>(bits >> 8);
+        out[n++] = static_cast<unsigned char>(bits);
+    }
     unsigned int bits = 0;
     int held = 0;
-    for (int i = 0; i < length && g_base64_chars[in[i]] >= 0; ++i) {
-        bits = bits << 6 | static_cast<unsigned int>(g_base64_chars[in[i]]);
+    for (; i < length && valueAt(i) >= 0; ++i) {
+        bits = bits << 6 | static_cast<unsigned int>(valueAt(i));
         held += 6;
         if (held >= 8) {
             held -= 8;
@@ -215,18 +325,26 @@ String BaseStringUtil::EncodeBase64(const std::vector<unsigned char>& data, bool
 }
 
 String BaseStringUtil::EscapeXMLChars(const String& text) {
-    String out;
-    const wchar_t* run = text.begin();
-    for (const wchar_t* p = run; p != text.end(); ++p) {
-        if (const wchar_t* const entity = xmlEntityOf(*p)) {
-            out.append(run, p).append(entity);
-            run = p + 1;
-        }
-    }
-    if (out.empty() && run == text.begin()) {
+    static constexpr wchar_t kSpecial[] = L"\"'&<>";
+    const sup::CharacterSet special(std::begin(kSpecial), std::end(kSpecial) - 1);
+    const wchar_t* const first = text.begin();
+    const std::size_t n = text.length();
+    sup::SetPlaces places(special, first, n);
+    std::size_t at = places.next();
+    if (at == n) {
         return text;
     }
-    return out.append(run, text.end());
+    String out;
+    out.reserve(n);
+    Appender appender(out);
+    std::size_t copied = 0;
+    for (; at != n; at = places.next()) {
+        appender.add(first + copied, at - copied);
+        appender.add(xmlEntityOf(first[at]));
+        copied = at + 1;
+    }
+    appender.flush();
+    return out.append(first + copied, n - copied);
 }
 
 String BaseStringUtil::EscapeCharacter(const String& text, wchar_t escape, wchar_t special) {

@@ -12,7 +12,9 @@
 #include <cwchar>
 #include <iterator>
 #include <langinfo.h>
+#include <limits>
 #include <string_view>
+#include <xmmintrin.h>
 
 namespace {
 
@@ -68,8 +70,17 @@ String decimalOf(long value) {
 
 bool isPlainRadix(const char* radix) { return radix[0] == '.' && radix[1] == '\0'; }
 
-// "%.15G": the shortest form of std::to_chars has the same digits; the locale gives the decimal point.
-std::size_t formatDouble(double value, wchar_t* buffer) {
+// The C library's formatting and scanning follow the rounding mode, the standard library's know only the
+// usual one.
+bool roundsToNearest() { return _MM_GET_ROUNDING_MODE() == _MM_ROUND_NEAREST; }
+
+constexpr std::size_t kDoubleRoom = 255;
+
+// "%.15G": std::to_chars gives the same digits; the locale gives the decimal point.
+std::size_t formatDouble(double value, wchar_t (&buffer)[kDoubleRoom]) {
+    if (!roundsToNearest()) {
+        return static_cast<std::size_t>(std::swprintf(buffer, kDoubleRoom, L"%.15G", value));
+    }
     char narrow[64];
     const char* const end =
         std::to_chars(narrow, std::end(narrow), value, std::chars_format::general, 15).ptr;
@@ -100,22 +111,24 @@ const wchar_t* skipAsciiBlanks(const wchar_t* p) {
     return p;
 }
 
-// A short number in ASCII, which needs no scanner: false for anything else, overflow included.
-bool readShortInteger(const wchar_t* text, std::ptrdiff_t mostDigits, long& value) {
+// A number in ASCII that fits into 64 bits needs no scanner: false for anything else.
+bool readInteger(const wchar_t* text, long& value) {
+    constexpr std::ptrdiff_t kMostDigits = 19; // none of as many overflows the unsigned magnitude
     const wchar_t* p = skipAsciiBlanks(text);
     const bool negative = *p == L'-';
     if (*p == L'-' || *p == L'+') {
         ++p;
     }
     const wchar_t* const digits = p;
-    long magnitude = 0;
-    for (; isDigit(*p) && p - digits < mostDigits; ++p) {
-        magnitude = magnitude * 10 + (*p - L'0');
+    unsigned long magnitude = 0;
+    for (; isDigit(*p) && p - digits < kMostDigits; ++p) {
+        magnitude = magnitude * 10 + static_cast<unsigned long>(*p - L'0');
     }
-    if (p == digits || isDigit(*p)) {
+    if (p == digits || isDigit(*p) ||
+        magnitude > static_cast<unsigned long>(std::numeric_limits<long>::max())) {
         return false;
     }
-    value = negative ? -magnitude : magnitude;
+    value = negative ? -static_cast<long>(magnitude) : static_cast<long>(magnitude);
     return true;
 }
 
@@ -123,7 +136,7 @@ bool readShortInteger(const wchar_t* text, std::ptrdiff_t mostDigits, long& valu
 // like are left to the scanner, and every number when the locale's decimal point is not ".".
 template <class Float>
 bool readShortFloat(const wchar_t* text, Float& value) {
-    if (!isPlainRadix(::nl_langinfo(RADIXCHAR))) {
+    if (!isPlainRadix(::nl_langinfo(RADIXCHAR)) || !roundsToNearest()) {
         return false;
     }
     const wchar_t* p = skipAsciiBlanks(text);
@@ -158,9 +171,6 @@ Float floatFrom(const String& text, const wchar_t* format) {
     return value;
 }
 
-constexpr std::ptrdiff_t kMostIntDigits = 9;
-constexpr std::ptrdiff_t kMostLongDigits = 18;
-
 // Strips blanks and quotes from both ends, and converts what is left to narrow text.
 constexpr std::size_t kNarrowNumber = 512;
 void unquote(const String& text, char (&narrow)[kNarrowNumber]) {
@@ -191,12 +201,12 @@ String BaseStringUtil::StringFrom(unsigned short value) { return decimal(false, 
 String BaseStringUtil::StringFrom(unsigned char value) { return decimal(false, value); }
 
 String BaseStringUtil::ShortStringFrom(double value) {
-    wchar_t buffer[255];
+    wchar_t buffer[kDoubleRoom];
     return String(buffer, formatDouble(value, buffer));
 }
 
 String BaseStringUtil::StringFrom(double value, bool doubleSuffix) {
-    wchar_t buffer[255];
+    wchar_t buffer[kDoubleRoom];
     wchar_t* end = buffer + formatDouble(value, buffer);
     const bool hasPoint = std::find(buffer, end, L'.') != end;
     if (!hasPoint && std::find(buffer, end, L'E') != end) {
@@ -216,7 +226,7 @@ String BaseStringUtil::StringFrom(bool value) { return value ? GetTrueWord(0) : 
 
 short BaseStringUtil::Int16From(const String& text) {
     long value = 0;
-    if (!readShortInteger(text.c_str(), kMostIntDigits, value)) {
+    if (!readInteger(text.c_str(), value)) {
         int scanned = 0;
         std::swscanf(text.c_str(), L" %d", &scanned);
         value = scanned;
@@ -226,7 +236,7 @@ short BaseStringUtil::Int16From(const String& text) {
 
 int BaseStringUtil::IntFrom(const String& text) {
     long value = 0;
-    if (!readShortInteger(text.c_str(), kMostLongDigits, value)) {
+    if (!readInteger(text.c_str(), value)) {
         value = 0;
         std::swscanf(text.c_str(), L" %ld", &value);
     }
@@ -235,7 +245,7 @@ int BaseStringUtil::IntFrom(const String& text) {
 
 unsigned int BaseStringUtil::UIntFrom(const String& text) {
     long value = 0;
-    if (readShortInteger(text.c_str(), kMostLongDigits, value)) {
+    if (readInteger(text.c_str(), value)) {
         return static_cast<unsigned int>(value);
     }
     unsigned long scanned = 0;

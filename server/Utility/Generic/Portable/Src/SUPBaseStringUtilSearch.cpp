@@ -1,10 +1,14 @@
 // BaseStringUtil: searches for character sets, sub-strings, and texts outside quotes.
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
 
+#include "CaseFolding.h"
 #include "CharacterSet.h"
+#include "Utility/Generic/Portable/SUPAutobuffer.h"
 #include "kernels/search.h"
 
 #include <algorithm>
+#include <cwchar>
+#include <optional>
 
 namespace {
 
@@ -15,21 +19,76 @@ constexpr wchar_t kApostrophe = L'\'';
 
 std::size_t findInSet(const String& text, const String& set, std::size_t start, bool wanted) {
     const sup::CharacterSet characters(set.begin(), set.end());
-    for (std::size_t i = start; i < text.length(); ++i) {
-        if (characters.contains(text[i]) == wanted) {
-            return i;
-        }
-    }
-    return text.length();
+    return sup::SetPlaces(characters, text.begin(), text.length(), start, !wanted).next();
 }
+
+template <class Text>
+std::size_t findFrom(const Text& text, const Text& pattern, std::size_t start) {
+    const std::size_t n = text.length();
+    const std::size_t m = pattern.length();
+    if (m == 0 || start >= n || m > n - start) {
+        return n;
+    }
+    return start + sup::kernels::findText(text.begin() + start, n - start, pattern.begin(), m);
+}
+
+// Finds a terminated text as String::find does, before the next zero, but in linear time.
+class TerminatedPattern {
+public:
+    explicit TerminatedPattern(const wchar_t* what)
+        : m_what(what == nullptr ? L"" : what), m_length(std::wcslen(m_what)) {}
+
+    std::size_t findFrom(const String& text, std::size_t pos) const {
+        const std::size_t n = text.length();
+        return pos >= n
+                   ? n
+                   : pos + sup::kernels::findTextBeforeZero(text.begin() + pos, n - pos, m_what, m_length);
+    }
+
+    // The first occurrence after the one at `hit`, which it may overlap.
+    std::size_t findNext(const String& text, std::size_t hit) {
+        const std::size_t n = text.length();
+        if (m_length < 2) {
+            return findFrom(text, hit + 1);
+        }
+        if (!m_borders) {
+            m_borders.emplace(m_what, m_length, 1);
+        }
+        std::size_t matched = m_borders->afterMatch();
+        for (std::size_t i = hit + m_length; i < n && text[i] != L'\0'; ++i) {
+            if (matched == 0) {
+                return findFrom(text, i);
+            }
+            matched = m_borders->next(matched, text[i]);
+            if (matched == m_length) {
+                return i + 1 - m_length;
+            }
+        }
+        return n;
+    }
+
+    // The first occurrence that no backslash precedes.
+    std::size_t findUnescaped(const String& text, std::size_t pos) {
+        std::size_t hit = findFrom(text, pos);
+        while (hit < text.length() && hit != 0 && text[hit - 1] == kBackslash) {
+            hit = findNext(text, hit);
+        }
+        return hit;
+    }
+
+private:
+    const wchar_t* m_what;
+    std::size_t m_length;
+    std::optional<sup::kernels::Borders> m_borders;
+};
 
 // Finds `what` outside quotes again and again, from places that lie outside quotes and never go back. Each of
 // its three searches runs over the text once: a hit that is still ahead is kept.
 class UnquotedSearch {
 public:
     UnquotedSearch(const String& text, const wchar_t* what, std::size_t start)
-        : m_text(text), m_what(what), m_hit(findFrom(start)), m_apostrophe(nextQuote(L"'", start)),
-          m_quote(nextQuote(L"\"", start)), m_pos(start) {}
+        : m_text(text), m_what(what), m_hit(m_what.findFrom(text, start)),
+          m_apostrophe(nextQuote(L"'", start)), m_quote(nextQuote(L"\"", start)), m_pos(start) {}
 
     // The first hit at or after `pos`.
     std::size_t next(std::size_t pos,
@@ -59,13 +118,12 @@ public:
     }
 
 private:
-    std::size_t findFrom(std::size_t pos) const { return m_text.find(m_what, pos); }
     std::size_t nextQuote(const wchar_t* quote, std::size_t pos) const {
         return BaseStringUtil::FindFirstUnescaped(m_text, quote, pos);
     }
     void catchUp() {
         if (m_hit < m_pos) {
-            m_hit = findFrom(m_pos);
+            m_hit = m_what.findFrom(m_text, m_pos);
         }
         if (m_apostrophe < m_pos) {
             m_apostrophe = nextQuote(L"'", m_pos);
@@ -76,7 +134,7 @@ private:
     }
 
     const String& m_text;
-    const wchar_t* m_what;
+    TerminatedPattern m_what;
     std::size_t m_hit;
     std::size_t m_apostrophe;
     std::size_t m_quote;
@@ -96,9 +154,11 @@ std::size_t BaseStringUtil::FindFirstNotOf(const String& text, const String& set
 std::size_t BaseStringUtil::FindLastOf(const String& text, const String& set, std::size_t start) {
     const std::size_t n = text.length();
     const sup::CharacterSet characters(set.begin(), set.end());
-    for (std::size_t i = start < n ? start + 1 : n; i != 0; --i) {
-        if (characters.contains(text[i - 1])) {
-            return i - 1;
+    for (std::size_t end = start < n ? start + 1 : n; end != 0;) {
+        const std::size_t count = std::min(end, sup::CharacterSet::kBlock);
+        end -= count;
+        if (const unsigned int places = characters.placesIn(text.begin() + end, count)) {
+            return end + (31U - static_cast<unsigned int>(__builtin_clz(places)));
         }
     }
     return n;
@@ -107,17 +167,12 @@ std::size_t BaseStringUtil::FindLastOf(const String& text, const String& set, st
 std::size_t BaseStringUtil::ForwardPatternMatch(const RefStringTemplate<wchar_t>& text,
                                                 const RefStringTemplate<wchar_t>& pattern,
                                                 std::size_t start) {
-    const std::size_t n = text.length();
-    const std::size_t m = pattern.length();
-    if (m == 0 || start >= n || m > n - start) {
-        return n;
-    }
-    return start + sup::kernels::findText(text.begin() + start, n - start, pattern.begin(), m);
+    return findFrom(text, pattern, start);
 }
 
 std::size_t BaseStringUtil::ForwardPatternMatch(const String& text, const String& pattern,
                                                 std::size_t start) {
-    return ForwardPatternMatch(RefStringTemplate<wchar_t>(text), RefStringTemplate<wchar_t>(pattern), start);
+    return findFrom(text, pattern, start);
 }
 
 std::size_t BaseStringUtil::ReversePatternMatch(const String& text, const String& pattern, std::size_t pos) {
@@ -133,17 +188,22 @@ std::size_t BaseStringUtil::ReversePatternMatch(const String& text, const String
 
 std::size_t BaseStringUtil::CaseInsensitiveFind(const String& text, const String& pattern,
                                                 std::size_t start) {
-    return ForwardPatternMatch(ToUpperCase(text), ToUpperCase(pattern), start);
+    const std::size_t n = text.length();
+    const std::size_t m = pattern.length();
+    if (m == 0 || start >= n || m > n - start) {
+        return n;
+    }
+    const std::size_t rest = n - start;
+    AutoBuffer<wchar_t, 513> folded;
+    folded.growNoPreserve(rest + m);
+    const sup::UpperCaseFold upper;
+    wchar_t* const foldedPattern = upper.fold(text.begin() + start, rest, folded.data());
+    upper.fold(pattern.begin(), m, foldedPattern);
+    return start + sup::kernels::findText(folded.data(), rest, foldedPattern, m);
 }
 
 std::size_t BaseStringUtil::FindFirstUnescaped(const String& text, const wchar_t* what, std::size_t start) {
-    const std::size_t n = text.length();
-    for (std::size_t hit = text.find(what, start); hit < n; hit = text.find(what, hit + 1)) {
-        if (hit == 0 || text[hit - 1] != kBackslash) {
-            return hit;
-        }
-    }
-    return n;
+    return TerminatedPattern(what).findUnescaped(text, start);
 }
 
 std::size_t

@@ -2,6 +2,7 @@
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
 
 #include "Utility/Generic/Portable/SUPAutobuffer.h"
+#include "kernels/search.h"
 #include "kernels/utf8.h"
 
 #include <algorithm>
@@ -196,6 +197,14 @@ String endTagsOf(View text) {
     return tags;
 }
 
+// As String::find, in linear time.
+std::size_t findMark(const String& text, const wchar_t* mark, std::size_t pos) {
+    const std::size_t n = text.length();
+    return pos >= n ? n
+                    : pos + sup::kernels::findTextBeforeZero(text.begin() + pos, n - pos, mark,
+                                                             sup::string_details::textLength(mark));
+}
+
 } // namespace
 
 String BaseStringUtil::LineFeedConversion(const String& text) {
@@ -250,12 +259,12 @@ bool BaseStringUtil::ExtractTextSegmentIntoString(const String& text, const wcha
                                                   const wchar_t* close, String& out) {
     const String held(text); // `out` may be the same string
     out.clear();
-    const std::size_t opening = held.find(open);
+    const std::size_t opening = findMark(held, open, 0);
     if (opening == held.length()) {
         return false;
     }
     const std::size_t first = opening + sup::string_details::textLength(open);
-    const std::size_t last = held.find(close, first);
+    const std::size_t last = findMark(held, close, first);
     if (last == held.length()) {
         return false;
     }

@@ -6,11 +6,13 @@
 #include "Utility/Generic/Portable/SUPAutobuffer.h"
 #include "Utility/Generic/Portable/SUPExceptionSupport.h"
 #include "kernels/search.h"
+#include "kernels/wildcard.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <cwchar>
 #include <cwctype>
+#include <optional>
 
 namespace {
 
@@ -41,20 +43,15 @@ public:
     // themselves.
     std::size_t findNext() {
         const std::size_t m = m_pattern.length();
-        const wchar_t* const pattern = m_pattern.begin();
-        if (!m_hasBorders) {
-            findBorders();
+        if (!m_borders) {
+            m_borders.emplace(m_pattern.begin(), m, 1);
         }
-        const std::size_t* const border = m_borders.data();
-        std::size_t matched = border[m - 1];
+        std::size_t matched = m_borders->afterMatch();
         for (std::size_t i = m_last + m; i < m_text.length(); ++i) {
             if (matched == 0) {
                 return findFrom(i);
             }
-            while (matched != 0 && m_text[i] != pattern[matched]) {
-                matched = border[matched - 1];
-            }
-            matched += m_text[i] == pattern[matched] ? 1 : 0;
+            matched = m_borders->next(matched, m_text[i]);
             if (matched == m) {
                 return m_last = i + 1 - m;
             }
@@ -63,27 +60,9 @@ public:
     }
 
 private:
-    // m_borders[i]: length of the longest proper border of the first i + 1 pattern characters.
-    void findBorders() {
-        const std::size_t m = m_pattern.length();
-        const wchar_t* const pattern = m_pattern.begin();
-        m_borders.growNoPreserve(m);
-        std::size_t* const border = m_borders.data();
-        border[0] = 0;
-        for (std::size_t i = 1, matched = 0; i < m; ++i) {
-            while (matched != 0 && pattern[i] != pattern[matched]) {
-                matched = border[matched - 1];
-            }
-            matched += pattern[i] == pattern[matched] ? 1 : 0;
-            border[i] = matched;
-        }
-        m_hasBorders = true;
-    }
-
     const String& m_text;
     const String& m_pattern;
-    AutoBuffer<std::size_t, 32> m_borders;
-    bool m_hasBorders = false;
+    std::optional<sup::kernels::Borders> m_borders;
     std::size_t m_last = 0;
 };
 
@@ -114,65 +93,33 @@ String replaced(const String& text, const String& searched, const String& from, 
     return result;
 }
 
+// Calls token(first, length) for each token to keep, and delimiter(c) for each delimiter, in order.
+template <class Token, class Delimiter>
+void split(const String& text, const sup::CharacterSet& delimiters, bool keepEmptyTokens, Token token,
+           Delimiter delimiter) {
+    const wchar_t* const first = text.begin();
+    const std::size_t n = text.length();
+    sup::SetPlaces places(delimiters, first, n);
+    std::size_t from = 0;
+    for (std::size_t at = places.next(); at != n; at = places.next()) {
+        if (at != from || keepEmptyTokens) {
+            token(first + from, at - from);
+        }
+        delimiter(first[at]);
+        from = at + 1;
+    }
+    if (from != n) {
+        token(first + from, n - from);
+    }
+}
+
 // A star-free stretch of a wildcard pattern.
 struct Segment {
     const wchar_t* first;
     const wchar_t* last;
     std::size_t length() const { return static_cast<std::size_t>(last - first); }
+    bool fitsAt(const wchar_t* text) const { return sup::kernels::segmentFits(text, first, length()); }
 };
-
-// True when the segment fits at `text`, which is long enough. Compares the parts between question marks.
-bool fitsAt(const wchar_t* text, Segment segment) {
-    for (const wchar_t* p = segment.first;;) {
-        const wchar_t* const end = std::find(p, segment.last, L'?');
-        const auto n = static_cast<std::size_t>(end - p);
-        if (n != 0 && std::wmemcmp(text, p, n) != 0) {
-            return false;
-        }
-        if (end == segment.last) {
-            return true;
-        }
-        text += n + 1;
-        p = end + 1;
-    }
-}
-
-// The first place in the `n` characters at `text` where the segment fits, or `n`: looks for its longest part
-// without a question mark.
-std::size_t findSegment(const wchar_t* text, std::size_t n, Segment segment) {
-    const std::size_t m = segment.length();
-    if (m > n) {
-        return n;
-    }
-    Segment longest{segment.first, segment.first};
-    for (const wchar_t* p = segment.first;; ++p) {
-        const wchar_t* const end = std::find(p, segment.last, L'?');
-        if (end - p > longest.last - longest.first) {
-            longest = {p, end};
-        }
-        if (end == segment.last) {
-            break;
-        }
-        p = end;
-    }
-    const auto before = static_cast<std::size_t>(longest.first - segment.first);
-    const std::size_t places = n - m + 1;
-    for (std::size_t place = 0; place < places; ++place) {
-        if (longest.length() != 0) {
-            const std::size_t area = places - place + longest.length() - 1;
-            const std::size_t found =
-                sup::kernels::findText(text + place + before, area, longest.first, longest.length());
-            if (found == area) {
-                return n;
-            }
-            place += found;
-        }
-        if (longest.length() == m || fitsAt(text + place, segment)) {
-            return place;
-        }
-    }
-    return n;
-}
 
 } // namespace
 
@@ -184,22 +131,19 @@ void BaseStringUtil::Tokenize(const String& text, const String& delimiters, Brim
     const String held(text); // an element of `out`, perhaps
     const sup::CharacterSet isDelimiter(delimiters.begin(), delimiters.end());
     out.clear();
-    const wchar_t* token = held.begin();
-    for (const wchar_t* p = held.begin(); p != held.end(); ++p) {
-        if (!isDelimiter.contains(*p)) {
-            continue;
-        }
-        if (p != token || keepEmptyTokens) {
-            out.emplace_back(token, static_cast<std::size_t>(p - token));
-        }
-        if (returnDelimiters) {
-            out.emplace_back(*p);
-        }
-        token = p + 1;
-    }
-    if (token != held.end()) {
-        out.emplace_back(token, static_cast<std::size_t>(held.end() - token));
-    }
+    std::size_t count = 0;
+    split(
+        held, isDelimiter, keepEmptyTokens, [&](const wchar_t*, std::size_t) { ++count; },
+        [&](wchar_t) { count += returnDelimiters ? 1 : 0; });
+    out.reserve(count);
+    split(
+        held, isDelimiter, keepEmptyTokens,
+        [&](const wchar_t* first, std::size_t n) { out.emplace_back(first, n); },
+        [&](wchar_t c) {
+            if (returnDelimiters) {
+                out.emplace_back(c);
+            }
+        });
 }
 
 void BaseStringUtil::TokenizeWithEscapeExt(const String& text, wchar_t delimiter, wchar_t escape,
@@ -305,20 +249,19 @@ bool BaseStringUtil::IsSelfEnclosedWord(const String& text) {
 bool BaseStringUtil::IsWildcardCaseInsensitiveMatch(const String& text, const String& pattern) {
     AutoBuffer<wchar_t, 513> folded;
     folded.growNoPreserve(text.length() + pattern.length());
+    const sup::LowerCaseFold lower;
     const wchar_t* t = folded.data();
-    wchar_t* const foldedPattern =
-        std::transform(text.begin(), text.end(), folded.data(), sup::LowerCaseFold());
-    const wchar_t* tEnd = foldedPattern;
+    wchar_t* const foldedPattern = lower.fold(text.begin(), text.length(), folded.data());
+    const wchar_t* const tEnd = foldedPattern;
     const wchar_t* p = foldedPattern;
-    const wchar_t* const pEnd =
-        std::transform(pattern.begin(), pattern.end(), foldedPattern, sup::LowerCaseFold());
+    const wchar_t* const pEnd = lower.fold(pattern.begin(), pattern.length(), foldedPattern);
 
     const auto rest = [&] { return static_cast<std::size_t>(tEnd - t); };
     const Segment head{p, std::find(p, pEnd, L'*')};
     if (head.last == pEnd) {
-        return head.length() == rest() && fitsAt(t, head);
+        return head.length() == rest() && head.fitsAt(t);
     }
-    if (head.length() > rest() || !fitsAt(t, head)) {
+    if (head.length() > rest() || !head.fitsAt(t)) {
         return false;
     }
     t += head.length();
@@ -327,10 +270,10 @@ bool BaseStringUtil::IsWildcardCaseInsensitiveMatch(const String& text, const St
     for (p = head.last + 1;; ++p) {
         const Segment segment{p, std::find(p, pEnd, L'*')};
         if (segment.last == pEnd) {
-            return segment.length() <= rest() && fitsAt(tEnd - segment.length(), segment);
+            return segment.length() <= rest() && segment.fitsAt(tEnd - segment.length());
         }
         if (segment.length() != 0) {
-            const std::size_t found = findSegment(t, rest(), segment);
+            const std::size_t found = sup::kernels::findSegment(t, rest(), segment.first, segment.length());
             if (found == rest()) {
                 return false;
             }

@@ -1,6 +1,8 @@
 // Searches for a wide text in a wide text, over pointers and lengths. Zeros are characters like others.
 #pragma once
 
+#include "Utility/Generic/Portable/SUPAutobuffer.h"
+
 #include <cstddef>
 
 namespace sup::kernels {
@@ -10,5 +12,53 @@ namespace sup::kernels {
 /// numbers is allocated only for texts that defeat the quick way, and may be missing (std::bad_alloc).
 std::size_t findText(const wchar_t* text, std::size_t n, const wchar_t* pattern, std::size_t m);
 std::size_t findLastText(const wchar_t* text, std::size_t n, const wchar_t* pattern, std::size_t m);
+
+/// The first occurrence before the first zero of the text; `n` when there is none. `m` may be 0: an empty
+/// pattern is found at once in every text but the empty one. Looks no further than it has to.
+std::size_t findTextBeforeZero(const wchar_t* text, std::size_t n, const wchar_t* pattern, std::size_t m);
+
+/// A matcher that looks at each character of a text once (Knuth, Morris and Pratt). It reads its pattern of
+/// `m` characters, not 0, from `first` on, backwards with a step of -1.
+class Borders {
+public:
+    Borders(const wchar_t* first, std::size_t m, std::ptrdiff_t step);
+
+    /// How many characters of the pattern have matched after `c`, if `matched` had before: less than m.
+    std::size_t next(std::size_t matched, wchar_t c) const noexcept {
+        while (matched != 0 && c != at(matched)) {
+            matched = m_lengths.data()[matched - 1];
+        }
+        return c == at(matched) ? matched + 1 : 0;
+    }
+    /// How many have matched anew when all have.
+    std::size_t afterMatch() const noexcept { return m_lengths.data()[m_m - 1]; }
+
+private:
+    wchar_t at(std::size_t i) const noexcept { return m_first[static_cast<std::ptrdiff_t>(i) * m_step]; }
+
+    const wchar_t* m_first;
+    std::size_t m_m;
+    std::ptrdiff_t m_step;
+    AutoBuffer<std::size_t, 32> m_lengths; // of the longest proper border of the first i + 1 characters
+};
+
+/// What comparisons in vain may cost. When it is used up, the texts are of the repetitive kind that only a
+/// slower way gets through.
+class Budget {
+public:
+    explicit Budget(std::size_t m) : m_left(16 * m + 4096) {}
+    void earn(std::size_t charactersPassed) { m_left += 2 * charactersPassed; }
+    /// False when it is used up.
+    bool spend(std::size_t charactersCompared) {
+        if (charactersCompared > m_left) {
+            return false;
+        }
+        m_left -= charactersCompared;
+        return true;
+    }
+
+private:
+    std::size_t m_left;
+};
 
 } // namespace sup::kernels

@@ -1,0 +1,101 @@
+#include "CaseFolding.h"
+
+#include <cwctype>
+#include <emmintrin.h>
+
+namespace sup {
+
+namespace {
+
+constexpr int kCaseBit = 0x20;
+
+__m128i load4(const wchar_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+
+bool isZero(__m128i x) { return _mm_movemask_epi8(_mm_cmpeq_epi8(x, _mm_setzero_si128())) == 0xFFFF; }
+
+// `bit` in the lanes whose character is one of first to last.
+__m128i bitOfRange(__m128i x, char first, char last, int bit) {
+    const __m128i above = _mm_cmpgt_epi32(x, _mm_set1_epi32(first - 1));
+    const __m128i below = _mm_cmplt_epi32(x, _mm_set1_epi32(last + 1));
+    return _mm_and_si128(_mm_and_si128(above, below), _mm_set1_epi32(bit));
+}
+
+// Reads and writes whole blocks of four characters inside [0, n), then single ones.
+template <class Fold>
+wchar_t* foldText(const Fold& fold, bool plainAscii, char firstLetter, const wchar_t* src, std::size_t n,
+                  wchar_t* dst) {
+    const char lastLetter = static_cast<char>(firstLetter + 25);
+    std::size_t i = 0;
+    for (; i + 4 <= n; i += 4) {
+        const __m128i x = load4(src + i);
+        if (plainAscii && isZero(_mm_and_si128(x, _mm_set1_epi32(~0x7F)))) {
+            const __m128i folded = _mm_xor_si128(x, bitOfRange(x, firstLetter, lastLetter, kCaseBit));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i), folded);
+            continue;
+        }
+        for (std::size_t k = i; k < i + 4; ++k) {
+            dst[k] = fold(src[k]);
+        }
+    }
+    for (; i < n; ++i) {
+        dst[i] = fold(src[i]);
+    }
+    return dst + n;
+}
+
+// What of the difference of two blocks no case bit explains: a letter of ASCII and the other of its pair
+// differ in that bit alone.
+__m128i unexplained(__m128i a, __m128i b, int caseBit) {
+    const __m128i small = _mm_or_si128(a, _mm_set1_epi32(kCaseBit));
+    return _mm_andnot_si128(bitOfRange(small, 'a', 'z', caseBit), _mm_xor_si128(a, b));
+}
+
+} // namespace
+
+wchar_t* LowerCaseFold::fold(const wchar_t* src, std::size_t n, wchar_t* dst) const noexcept {
+    return foldText(*this, m_plainAscii, 'A', src, n, dst);
+}
+
+wchar_t* UpperCaseFold::fold(const wchar_t* src, std::size_t n, wchar_t* dst) const noexcept {
+    return foldText(*this, m_plainAscii, 'a', src, n, dst);
+}
+
+wchar_t LowerCaseFold::foldOther(std::uint32_t code) const noexcept {
+    return m_characters != nullptr && code < LocaleCharacters::kLimit
+               ? m_characters->lower(code)
+               : static_cast<wchar_t>(std::towlower(code));
+}
+
+wchar_t UpperCaseFold::foldOther(std::uint32_t code) const noexcept {
+    return m_characters != nullptr && code < LocaleCharacters::kLimit
+               ? m_characters->upper(code)
+               : static_cast<wchar_t>(std::towupper(code));
+}
+
+// Reads whole blocks of eight characters inside [0, n), then single ones.
+std::size_t LowerCaseFold::firstDifference(const wchar_t* a, const wchar_t* b, std::size_t n) const noexcept {
+    const LowerCaseFold& fold = *this;
+    const int caseBit = m_plainAscii ? kCaseBit : 0;
+    std::size_t i = 0;
+    for (; i + 8 <= n; i += 8) {
+        const __m128i rest = _mm_or_si128(unexplained(load4(a + i), load4(b + i), caseBit),
+                                          unexplained(load4(a + i + 4), load4(b + i + 4), caseBit));
+        if (isZero(rest)) {
+            continue;
+        }
+        // All eight without a branch: which letters are equal as they stand is hard to foresee.
+        wchar_t differs = 0;
+        for (std::size_t k = i; k < i + 8; ++k) {
+            differs |= fold(a[k]) ^ fold(b[k]);
+        }
+        if (differs != 0) {
+            break;
+        }
+    }
+    while (i < n && (a[i] == b[i] || fold(a[i]) == fold(b[i]))) {
+        ++i;
+    }
+    return i;
+}
+
+} // namespace sup

@@ -1,0 +1,75 @@
+#include "CharacterSet.h"
+
+#include "kernels/kernels.h"
+
+#include <immintrin.h>
+
+#define BRIM_AVX2 __attribute__((target("avx2,bmi,bmi2,popcnt")))
+
+namespace sup {
+
+namespace {
+
+BRIM_AVX2 inline __m256i load8(const wchar_t* p) {
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+}
+
+// Looks at blocks of 32 characters as bytes, in whatever order, up to one with a character whose being in the
+// set is not as `skipped` says. A byte's high half chooses the bit that has to be set for its low half.
+template <bool kSkipped>
+BRIM_AVX2 std::size_t skipAvx2(const wchar_t* text, std::size_t n, std::size_t start,
+                               const unsigned char* halves) noexcept {
+    const __m256i low = _mm256_set1_epi8(0xF);
+    const __m256i bitsOfLow = _mm256_broadcastsi128_si256(*reinterpret_cast<const __m128i*>(halves));
+    const __m256i bitOfHigh =
+        _mm256_broadcastsi128_si256(_mm_setr_epi8(1, 2, 4, 8, 16, 32, 64, -128, 0, 0, 0, 0, 0, 0, 0, 0));
+    for (; start + 32 <= n; start += 32) {
+        const wchar_t* const p = text + start;
+        const __m256i bytes = _mm256_packus_epi16(_mm256_packs_epi32(load8(p), load8(p + 8)),
+                                                  _mm256_packs_epi32(load8(p + 16), load8(p + 24)));
+        const __m256i high = _mm256_and_si256(_mm256_srli_epi16(bytes, 4), low);
+        const __m256i bits = _mm256_and_si256(_mm256_shuffle_epi8(bitsOfLow, _mm256_and_si256(bytes, low)),
+                                              _mm256_shuffle_epi8(bitOfHigh, high));
+        const __m256i isOut = _mm256_cmpeq_epi8(bits, _mm256_setzero_si256());
+        if (_mm256_movemask_epi8(isOut) != (kSkipped ? 0 : -1)) {
+            break;
+        }
+    }
+    return start;
+}
+
+} // namespace
+
+CharacterSet::CharacterSet(const wchar_t* first, const wchar_t* last)
+    : m_isAscii(std::all_of(first, last, isAscii)) {
+    if (m_isAscii) {
+        const bool isFew = last - first <= static_cast<std::ptrdiff_t>(kMostFew);
+        for (; first != last; ++first) {
+            m_low[*first] = true;
+            m_halves[*first & 0xF] |= static_cast<unsigned char>(1U << (*first >> 4));
+            if (isFew) {
+                m_few[m_nFew++] = _mm_set1_epi8(static_cast<char>(*first));
+            }
+        }
+        return;
+    }
+    m_others.growNoPreserve(static_cast<std::size_t>(last - first));
+    for (; first != last; ++first) {
+        if (isLow(*first)) {
+            m_low[*first] = true;
+        } else {
+            m_others.data()[m_nOthers++] = *first;
+        }
+    }
+    std::sort(m_others.data(), m_others.data() + m_nOthers);
+}
+
+std::size_t CharacterSet::skip(const wchar_t* text, std::size_t n, std::size_t start,
+                               bool ofOthers) const noexcept {
+    if (!m_isAscii || n - start < 2 * kBlock || kernels::kernels().level == kernels::Level::plain) {
+        return start;
+    }
+    return ofOthers ? skipAvx2<true>(text, n, start, m_halves) : skipAvx2<false>(text, n, start, m_halves);
+}
+
+} // namespace sup
