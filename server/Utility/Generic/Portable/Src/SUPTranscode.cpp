@@ -2,6 +2,7 @@
 #include "Utility/Generic/Portable/SUPTranscode.h"
 
 #include "CodePageNames.h"
+#include "LoadTime.h"
 #include "Utility/Generic/Portable/SUPAutobuffer.h"
 #include "Utility/Generic/Portable/SUPOS.h"
 #include "Utility/Generic/Portable/transcodercache.h"
@@ -181,6 +182,8 @@ int Ucs2ToMultibyte_S(unsigned int codePage, const unsigned short* src, int srcL
 }
 
 unsigned int SystemUtility::GetMultiByteCodePage() { return OSAbstraction::g_clientCodePage; }
+
+void sup::loadtime::forgetSystemCodePage() noexcept { g_systemCodePage.store(0, std::memory_order_relaxed); }
 
 unsigned int SystemUtility::GetACP() {
     unsigned int codePage = g_systemCodePage.load(std::memory_order_relaxed);

@@ -3,6 +3,7 @@
 
 #include "CodePageNames.h"
 #include "LoadTime.h"
+#include "LocaleFileMaps.h"
 #include "ServerLocaleDirectory.h"
 #include "Utility/Generic/Portable/SUPOS.h"
 
@@ -46,14 +47,25 @@ unsigned int codePageOfEntry(Test test) {
     return 0;
 }
 
-} // namespace
-
-const sup::LocaleConversionMap& GetQuayLocale2SystemLocaleMap() {
-    static const sup::LocaleConversionMap map{{NarrowString("C"), {NarrowString("C"), NarrowString("1252")}}};
+// Reading the file asks for the process's code page, which is looked up here: so only the built-in entry may
+// be made under the guard of the static object.
+sup::LocaleConversionMap& localeConversionMap() {
+    static sup::LocaleConversionMap map{{NarrowString("C"), {NarrowString("C"), NarrowString("1252")}}};
     return map;
 }
 
-void sup::loadtime::buildLocaleMaps() { GetQuayLocale2SystemLocaleMap(); }
+} // namespace
+
+const sup::LocaleConversionMap& GetQuayLocale2SystemLocaleMap() { return localeConversionMap(); }
+
+// Made before the load-time steps, whatever the order of linking.
+__attribute__((init_priority(101))) sup::SortLangMap g_sortLangMap;
+
+const sup::SortLangMap& GetSortLangMap() { return g_sortLangMap; }
+
+void sup::loadtime::buildLocaleMaps() {
+    readLocaleFile(GetLocaleFile(), localeConversionMap(), g_sortLangMap);
+}
 
 unsigned int Locale2CodePage(const char* localeName) {
     const std::string_view name = localeName == nullptr ? std::string_view() : std::string_view(localeName);

@@ -7,6 +7,7 @@
 #include "Utility/Generic/Portable/SUPString.h"
 
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <utility>
 
@@ -42,7 +43,18 @@ using LocaleConversionMap =
     std::map<String<char>, std::pair<String<char>, String<char>>, NarrowStringLess,
              BrimStlAllocator<std::pair<const String<char>, std::pair<String<char>, String<char>>>>>;
 
+/// Sort locale id (a Windows locale id) to sort language name.
+using SortLangMap = std::map<unsigned int, String<char>, std::less<unsigned int>,
+                             BrimStlAllocator<std::pair<const unsigned int, String<char>>>>;
+
 } // namespace sup
 
-/// The locale conversion map, built when the library is loaded; read-only. It always has the entry "C".
+// Both maps are filled from the locale file (SUPBuildMap.h tells its format) when the library is loaded and
+// live until it is unloaded. They are read-only. A file that is missing or malformed was reported to the
+// error-message manager, and then they hold only what is built in.
+
+/// The locale conversion map. It always has the entry "C".
 BRIMPORTABLE_API const sup::LocaleConversionMap& GetQuayLocale2SystemLocaleMap();
+/// The sort languages, empty without a locale file.
+extern BRIMPORTABLE_API sup::SortLangMap g_sortLangMap;
+BRIMPORTABLE_API const sup::SortLangMap& GetSortLangMap();
