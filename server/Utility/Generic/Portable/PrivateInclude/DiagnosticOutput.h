@@ -3,7 +3,7 @@
 // printf("%ls") gives up in the middle of a line at the first character that the locale cannot show, and at
 // every surrogate pair. DiagnosticLine writes the same bytes wherever that works, joins pairs, and shows "?"
 // for the rest. It neither allocates nor changes the stream's orientation (a wide one would swallow every
-// later narrow print of the host).
+// later narrow print of the host), and its lines appear on a wide stream too.
 #pragma once
 
 #include "Utility/Generic/Portable/SUPExport.h"

@@ -1,17 +1,57 @@
 #include "DiagnosticOutput.h"
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <cwchar>
 #include <limits>
+#include <unistd.h>
 
 namespace sup {
 
 namespace {
 
 constexpr std::size_t kNoLimit = std::numeric_limits<std::size_t>::max();
+
+// A wide stream refuses bytes, so there they go to its descriptor, behind what it holds.
+bool isWideStream() { return std::fwide(stdout, 0) > 0; }
+
+void put(const char* bytes, std::size_t n) {
+    if (!isWideStream()) {
+        std::fwrite(bytes, 1, n, stdout);
+        return;
+    }
+    std::fflush(stdout);
+    while (n != 0) {
+        const ssize_t written = ::write(::fileno(stdout), bytes, n);
+        if (written < 0 && errno != EINTR) {
+            return;
+        }
+        const std::size_t done = written < 0 ? 0 : static_cast<std::size_t>(written);
+        bytes += done;
+        n -= done;
+    }
+}
+
+void put(const char* text) { put(text, std::strlen(text)); }
+
+void vprint(const char* format, va_list args) {
+    if (!isWideStream()) {
+        std::vprintf(format, args);
+        return;
+    }
+    std::fflush(stdout);
+    ::vdprintf(::fileno(stdout), format, args);
+}
+
+__attribute__((format(printf, 1, 2))) void print(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    vprint(format, args);
+    va_end(args);
+}
 
 bool isHighSurrogate(wchar_t c) { return (static_cast<std::uint32_t>(c) & ~0x3FFU) == 0xD800; }
 bool isLowSurrogate(wchar_t c) { return (static_cast<std::uint32_t>(c) & ~0x3FFU) == 0xDC00; }
@@ -101,9 +141,9 @@ void printDirective(const Directive& d, va_list* args) {
     case 'X':
         // Types of one size and kind are passed alike, whatever their sign.
         if (std::strchr("lqLjzt", d.length[0]) != nullptr && d.length[0] != '\0') {
-            std::printf(d.spec, va_arg(*args, long));
+            print(d.spec, va_arg(*args, long));
         } else {
-            std::printf(d.spec, va_arg(*args, int));
+            print(d.spec, va_arg(*args, int));
         }
         break;
     case 'e':
@@ -115,22 +155,22 @@ void printDirective(const Directive& d, va_list* args) {
     case 'a':
     case 'A':
         if (d.length[0] == 'L') {
-            std::printf(d.spec, va_arg(*args, long double));
+            print(d.spec, va_arg(*args, long double));
         } else {
-            std::printf(d.spec, va_arg(*args, double));
+            print(d.spec, va_arg(*args, double));
         }
         break;
     case 'c':
-        std::printf(d.spec, va_arg(*args, int));
+        print(d.spec, va_arg(*args, int));
         break;
     case 's':
-        std::printf(d.spec, va_arg(*args, const char*));
+        print(d.spec, va_arg(*args, const char*));
         break;
     case 'p':
-        std::printf(d.spec, va_arg(*args, const void*));
+        print(d.spec, va_arg(*args, const void*));
         break;
     default: // "%%" and "%m" take no argument
-        std::printf(d.spec, 0);
+        print(d.spec, 0);
         break;
     }
 #pragma GCC diagnostic pop
@@ -159,7 +199,7 @@ std::size_t putWide(const wchar_t* text, std::size_t maxBytes, bool print) {
         }
         bytes += length;
         if (print) {
-            std::fwrite(buffer, 1, length, stdout);
+            put(buffer, length);
         }
     }
     return bytes;
@@ -167,7 +207,7 @@ std::size_t putWide(const wchar_t* text, std::size_t maxBytes, bool print) {
 
 void printBlanks(std::size_t n) {
     for (; n != 0; --n) {
-        std::putchar(' ');
+        put(" ");
     }
 }
 
@@ -181,7 +221,7 @@ DiagnosticLine::~DiagnosticLine() {
 }
 
 DiagnosticLine& DiagnosticLine::text(const char* text) noexcept {
-    std::fputs(text == nullptr ? "(null)" : text, stdout);
+    put(text == nullptr ? "(null)" : text);
     return *this;
 }
 
@@ -191,7 +231,7 @@ DiagnosticLine& DiagnosticLine::text(const wchar_t* text) noexcept {
 }
 
 DiagnosticLine& DiagnosticLine::number(long value) noexcept {
-    std::printf("%ld", value);
+    print("%ld", value);
     return *this;
 }
 
@@ -200,7 +240,7 @@ DiagnosticLine& DiagnosticLine::format(const char* format, va_list args) noexcep
     for (const char* p = std::strchr(format, '%'); p != nullptr; p = std::strchr(p + 1, '%')) {
         const std::size_t digits = std::strspn(p + 1, "0123456789");
         if (digits != 0 && p[1 + digits] == '$') {
-            std::vfprintf(stdout, format, args);
+            vprint(format, args);
             return *this;
         }
     }
@@ -209,14 +249,14 @@ DiagnosticLine& DiagnosticLine::format(const char* format, va_list args) noexcep
     va_copy(rest, args);
     for (const char* p = format; *p != '\0';) {
         const std::size_t plain = std::strcspn(p, "%");
-        std::fwrite(p, 1, plain, stdout);
+        put(p, plain);
         p += plain;
         if (*p == '\0') {
             break;
         }
         const Directive d = readDirective(p + 1, &rest);
         if (d.end == nullptr) { // nothing is known of its arguments, so the rest goes out as it stands
-            std::fputs(p, stdout);
+            put(p);
             break;
         }
         if (isWide(d) || isWideCharacter(d)) {
@@ -233,7 +273,7 @@ DiagnosticLine& DiagnosticLine::format(const char* format, va_list args) noexcep
             const std::size_t padding = bytes < width ? width - bytes : 0;
             printBlanks(d.leftAligned ? 0 : padding);
             if (nul) {
-                std::putchar('\0');
+                put("", 1);
             } else {
                 putWide(shown, limit, true);
             }

@@ -25,3 +25,7 @@ void SystemUtility::GetSystemErrorString(int code, sup::String<wchar_t>& text) {
 }
 
 sup::String<wchar_t> SystemUtility::GetSystemErrorString(int code) { return sup::systemErrorText(code); }
+
+sup::String<wchar_t> SystemUtility::GetLastSystemErrorString() {
+    return GetSystemErrorString(GetLastSystemError());
+}
