@@ -33,6 +33,17 @@ constexpr Source kSources[] = {
     {"korean", "hunspell-ko", "/usr/share/hunspell/ko.dic", "UTF-8"},
 };
 
+// Other single-byte encodings: what is shipped in one, and the UTF-8 text that is converted to another.
+constexpr Source kSingleByteSources[] = {
+    {"norwegian", "hunspell-no", "/usr/share/hunspell/nb_NO.dic", "ISO-8859-1"},
+    {"esperanto", "myspell-eo", "/usr/share/hunspell/eo.dic", "ISO-8859-3"},
+    {"estonian", "myspell-et", "/usr/share/hunspell/et_EE.dic", "ISO-8859-15"},
+};
+constexpr struct {
+    const char* encoding;
+    const char* text;
+} kConvertedTexts[] = {{"ISO-8859-6", "arabic"}, {"ISO-8859-8", "hebrew"}, {"CP1252", "german"}};
+
 constexpr const char* kLicenses = "/usr/share/common-licenses";
 constexpr const char* kNames = "/usr/share/unicode/NamesList.txt";
 constexpr const char* kEmoji = "/usr/share/unicode/emoji/emoji-test.txt";
@@ -188,17 +199,25 @@ const Text* findUtf8Text(std::string_view name) {
 
 Text singleByteText(const char* encoding) {
     const std::string_view wanted = encoding;
-    for (const Source& source : kSources) {
-        if (wanted == source.encoding) {
-            const std::optional<std::string> file = readFile(source.path);
-            return {source.name, file ? excerpt(*file) : std::string()};
+    const auto isWanted = [wanted](const Source& source) { return wanted == source.encoding; };
+    const Source* source = std::find_if(std::begin(kSources), std::end(kSources), isWanted);
+    if (source == std::end(kSources)) {
+        source = std::find_if(std::begin(kSingleByteSources), std::end(kSingleByteSources), isWanted);
+    }
+    if (source != std::end(kSingleByteSources)) {
+        const std::optional<std::string> file = readFile(source->path);
+        if (!file) {
+            reportMissing(source->name, source->package, source->path);
+        }
+        return {source->name, excerpt(file.value_or(""))};
+    }
+    for (const auto& converted : kConvertedTexts) {
+        const Text* const text = wanted == converted.encoding ? findUtf8Text(converted.text) : nullptr;
+        if (text != nullptr) {
+            return {text->name, excerpt(convertLines(text->bytes, Converter(encoding, "UTF-8")))};
         }
     }
-    const Text* const german = findUtf8Text("german");
-    if (german == nullptr) {
-        return {};
-    }
-    return {german->name, excerpt(convertLines(german->bytes, Converter(encoding, "UTF-8")))};
+    return {};
 }
 
 std::string damaged(std::string text, std::size_t period) {

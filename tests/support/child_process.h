@@ -19,6 +19,7 @@ namespace brimtest {
 
 struct ChildResult {
     std::string output; // standard output
+    std::string atLoad; // of a FreshProcess: what was printed before its body ran
     int status = 0;     // as waitpid() gives it
 
     /// The exit code; -1 when a signal ended the child.
@@ -77,6 +78,13 @@ ChildResult runInChild(Body body) {
     return result;
 }
 
+/// Gives this process, a child, a standard output on which nothing was printed yet: it is neither narrow nor
+/// wide.
+inline void renewStandardOutput() {
+    std::fflush(stdout);
+    stdout = ::fdopen(::dup(STDOUT_FILENO), "w");
+}
+
 /// One change of the environment: a null value removes the variable.
 struct EnvironmentChange {
     const char* name;
@@ -89,7 +97,9 @@ struct EnvironmentChange {
 ///   const brimtest::FreshProcess kPrintsItsHome("PrintsItsHome", [] { std::puts(std::getenv("HOME")); });
 ///
 /// run() starts this test program anew; there the object runs its body before main(), flushes standard output
-/// and ends the process with exit code 0. The body must not rely on dynamically initialised objects.
+/// and ends the process with exit code 0. The body must not rely on dynamically initialised objects. What
+/// libraries print while they are loaded is told apart from what the body prints; a process that ends while
+/// it is loaded has it all in `output`.
 class FreshProcess {
 public:
     using Body = void (*)();
@@ -97,6 +107,8 @@ public:
     FreshProcess(const char* name, Body body) : m_name(name) {
         const char* const asked = std::getenv(kVariable);
         if (asked != nullptr && std::strcmp(asked, name) == 0) {
+            std::fflush(stdout);
+            [[maybe_unused]] const ssize_t n = ::write(STDOUT_FILENO, &kBodyStarts, 1);
             body();
             std::fflush(stdout);
             ::_exit(0);
@@ -104,7 +116,7 @@ public:
     }
 
     ChildResult run(const std::vector<EnvironmentChange>& changes = {}) const {
-        return runInChild([&] {
+        ChildResult result = runInChild([&] {
             for (const EnvironmentChange& change : changes) {
                 if (change.value == nullptr) {
                     ::unsetenv(change.name);
@@ -116,10 +128,17 @@ public:
             ::execl("/proc/self/exe", "fresh process", static_cast<char*>(nullptr));
             ::_exit(98);
         });
+        const std::size_t start = result.output.find(kBodyStarts);
+        if (start != std::string::npos) {
+            result.atLoad = result.output.substr(0, start);
+            result.output.erase(0, start + 1);
+        }
+        return result;
     }
 
 private:
     static constexpr const char* kVariable = "BRIM_TEST_FRESH_PROCESS";
+    static constexpr char kBodyStarts = '\x1E';
     const char* m_name;
 };
 

@@ -2,6 +2,9 @@
 // functions.
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
 
+#include "CaseFolding.h"
+#include "child_process.h"
+#include "guarded_buffer.h"
 #include "test_locale.h"
 #include "wide_texts.h"
 
@@ -12,7 +15,11 @@
 #include <cstdint>
 #include <cwchar>
 #include <cwctype>
+#include <filesystem>
+#include <future>
+#include <locale.h>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -297,6 +304,181 @@ TEST(CaseInsensitiveFindPattern, FoldsToSmallLettersWhereTheFindFoldsToCapitals)
     EXPECT_EQ(BaseStringUtil::CaseInsensitiveFind(sigma, finalSigma, 0), 0U);
 }
 
+// ---- Blocks of characters ---------------------------------------------------------------------------------
+
+constexpr std::size_t kLongest = 70;
+
+// The text at the end of what may be read.
+const wchar_t* guarded(brimtest::GuardedBuffer<wchar_t>& buffer, const std::wstring& text) {
+    return std::copy(text.begin(), text.end(), buffer.last(text.size())) - text.size();
+}
+
+void foldBlocks(std::uint64_t seed, std::wstring_view alphabet) {
+    RandomTexts random(seed);
+    brimtest::GuardedBuffer<wchar_t> source(kLongest);
+    brimtest::GuardedBuffer<wchar_t> target(kLongest);
+    const sup::LowerCaseFold lowerFold;
+    const sup::UpperCaseFold upperFold;
+    for (std::size_t n = 0; n <= kLongest; ++n) {
+        for (int round = 0; round < 4; ++round) {
+            const std::wstring text = random.textOf(alphabet, n);
+            const wchar_t* const src = guarded(source, text);
+            wchar_t* const dst = target.lastFenced(n, L'#');
+            ASSERT_EQ(lowerFold.fold(src, n, dst), dst + n);
+            ASSERT_EQ(std::wstring(dst, n), mapped(text, lower)) << "seed " << seed;
+            upperFold.fold(src, n, dst);
+            ASSERT_EQ(std::wstring(dst, n), mapped(text, upper)) << "seed " << seed;
+            ASSERT_TRUE(target.fenceIsWhole(n, L'#'));
+        }
+    }
+}
+
+// Every place where two texts that are equal but for their case can differ.
+void compareBlocks(std::uint64_t seed, std::wstring_view alphabet) {
+    RandomTexts random(seed);
+    brimtest::GuardedBuffer<wchar_t> left(kLongest);
+    brimtest::GuardedBuffer<wchar_t> right(kLongest);
+    const sup::LowerCaseFold fold;
+    for (std::size_t n = 0; n <= kLongest; ++n) {
+        const std::wstring text = mapped(random.textOf(alphabet, n), lower);
+        for (std::size_t place = 0; place <= n; ++place) {
+            std::wstring other(text);
+            for (wchar_t& c : other) {
+                const wchar_t raised = upper(c);
+                c = random.flip() && lower(raised) == c ? raised : c;
+            }
+            if (place < n) {
+                other[place] ^= random.flip() ? 1 : 0x20;
+            }
+            const bool differs = place < n && lower(text[place]) != lower(other[place]);
+            ASSERT_EQ(fold.firstDifference(guarded(left, text), guarded(right, other), n),
+                      differs ? place : n)
+                << "seed " << seed << ": " << ::testing::PrintToString(text) << " and "
+                << ::testing::PrintToString(other);
+        }
+    }
+}
+
+constexpr std::wstring_view kBordersOfAscii = L"@AZ[`az{\x7F\x80\x1A\x21iI";
+constexpr std::wstring_view kManyScripts = L"aBcXyZ \u0416\u0436\u03A3\u00C9\u1E9E\u24B6\u2C00\uFF21\u4E00"
+                                           L"\U00010400\xD83D";
+
+TEST(CaseBlocks, AreAsByTheCLibraryAtEveryLength) {
+    for (const char* const name : {"C", "C.utf8"}) {
+        SCOPED_TRACE(name);
+        const brimtest::ScopedLocale locale(name);
+        ASSERT_TRUE(locale.isSet());
+        foldBlocks(7211, kBordersOfAscii);
+        foldBlocks(7212, kManyScripts);
+        compareBlocks(7213, kBordersOfAscii);
+        compareBlocks(7214, kManyScripts);
+    }
+}
+
+// ---- Changes of the locale --------------------------------------------------------------------------------
+
+const std::wstring kMixed = L"iI\u0131\u0130\u00C9\u00E9\u0416\u0436xyzXYZ";
+
+bool isAsByTheCLibrary() {
+    return plain(BaseStringUtil::ToLowerCase(brim(kMixed))) == mapped(kMixed, lower) &&
+           plain(BaseStringUtil::ToUpperCase(brim(kMixed))) == mapped(kMixed, upper) &&
+           BaseStringUtil::IsCaseInsensitiveMatch(brim(L"\u00C9I"), brim(L"\u00E9i")) ==
+               (mapped(L"\u00C9I", lower) == mapped(L"\u00E9i", lower));
+}
+
+TEST(CaseAndLocale, FollowsEveryChange) {
+    for (int round = 0; round < 3; ++round) {
+        for (const char* const name : {"C", "C.utf8"}) {
+            const brimtest::ScopedLocale locale(name);
+            ASSERT_TRUE(locale.isSet());
+            EXPECT_TRUE(isAsByTheCLibrary()) << name;
+        }
+    }
+}
+
+TEST(CaseAndLocale, FollowsTheLocaleOfTheThread) {
+    const brimtest::ScopedLocale locale("C");
+    const locale_t utf8 = ::newlocale(LC_ALL_MASK, "C.utf8", locale_t());
+    ASSERT_NE(utf8, locale_t());
+    const locale_t previous = ::uselocale(utf8);
+    EXPECT_EQ(plain(BaseStringUtil::ToLowerCase(BrimString(L"\u0416"))), L"\u0436");
+    ::uselocale(previous);
+    EXPECT_EQ(plain(BaseStringUtil::ToLowerCase(BrimString(L"\u0416"))), L"\u0416");
+    ::freelocale(utf8);
+}
+
+TEST(CaseAndLocale, AThreadSeesTheChangeThatAnotherMade) {
+    const brimtest::ScopedLocale before("C");
+    std::promise<void> isReady;
+    std::promise<void> isChanged;
+    std::wstring first;
+    std::wstring second;
+    std::thread other([&] {
+        first = plain(BaseStringUtil::ToLowerCase(BrimString(L"\u0416")));
+        isReady.set_value();
+        isChanged.get_future().wait();
+        second = plain(BaseStringUtil::ToLowerCase(BrimString(L"\u0416")));
+    });
+    isReady.get_future().wait();
+    {
+        const brimtest::ScopedLocale after("C.utf8");
+        isChanged.set_value();
+        other.join();
+    }
+    EXPECT_EQ(first, L"\u0416");
+    EXPECT_EQ(second, L"\u0436");
+}
+
+TEST(CaseAndLocale, ThreadsMayFillTheTablesTogether) {
+    const brimtest::ScopedLocale locale("C.utf8");
+    BRIM_SKIP_WITHOUT(locale)
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([] {
+            std::wstring text;
+            for (wchar_t c = 0x2400; c < 0x4000; c += 0x10) {
+                text += c;
+            }
+            EXPECT_EQ(plain(BaseStringUtil::ToUpperCase(brim(text))), mapped(text, upper));
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+// Locales come and go at the addresses of others, and there are more of them than have tables.
+TEST(CaseAndLocale, ManyLocalesAreAllAsByTheCLibrary) {
+    const brimtest::CompiledLocale turkish("tr_TR");
+    BRIM_SKIP_WITHOUT(turkish)
+    const std::filesystem::path compiled = std::getenv("LOCPATH");
+    const std::filesystem::path plainUtf8 = "/usr/lib/locale/C.utf8";
+    if (!std::filesystem::exists(plainUtf8)) {
+        GTEST_SKIP() << "the locale C.utf8 is elsewhere";
+    }
+    std::vector<std::string> names;
+    for (int i = 0; i < 12; ++i) {
+        names.push_back("copy" + std::to_string(i) + ".UTF-8");
+        std::filesystem::copy(i % 2 == 0 ? compiled / "tr_TR.UTF-8" : plainUtf8, compiled / names.back(),
+                              std::filesystem::copy_options::recursive);
+    }
+    const brimtest::ChildResult child = brimtest::runInChild([&] {
+        for (const std::string& name : names) {
+            const locale_t made = ::newlocale(LC_ALL_MASK, name.c_str(), locale_t());
+            if (made == locale_t()) {
+                ::_exit(2);
+            }
+            ::uselocale(made);
+            if (!isAsByTheCLibrary()) {
+                ::_exit(1);
+            }
+            ::uselocale(LC_GLOBAL_LOCALE);
+            ::freelocale(made);
+        }
+    });
+    EXPECT_EQ(child.exitCode(), 0) << child;
+}
+
 // ---- A locale where I is not the capital of i -------------------------------------------------------------
 
 TEST(TurkishCase, IsAsByTheCLibrary) {
@@ -312,6 +494,8 @@ TEST(TurkishCase, IsAsByTheCLibrary) {
     EXPECT_EQ(BaseStringUtil::CaseInsensitiveFind(BrimString(L"xI"), BrimString(L"i"), 0), 2U);
     compareEveryCharacterWithTheCLibrary();
     compareAtRandom(7206, kLetters);
+    foldBlocks(7215, kBordersOfAscii);
+    compareBlocks(7216, kLetters);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // URI, Base64, XML and quote escapes, next to models that read like their descriptions.
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
 
+#include "kernel_levels.h"
 #include "test_locale.h"
 #include "wide_texts.h"
 
@@ -199,6 +200,19 @@ TEST(UriEncode, EveryCharacterIsAsDescribed) {
             const std::wstring text(1, c);
             ASSERT_EQ(encoded(text), modelUriEncode(text)) << static_cast<long>(c) << " in " << name;
         }
+    }
+}
+
+TEST(UriEncode, AgreesWithTheModelOnLongTexts) {
+    const brimtest::ScopedLocale locale("C.utf8");
+    BRIM_SKIP_WITHOUT(locale)
+    constexpr std::uint64_t kSeed = 7403;
+    RandomTexts random(kSeed);
+    for (std::size_t n = 0; n < 800; ++n) {
+        const std::wstring text =
+            random.textOf(n % 2 == 0 ? L"abc /%" : L"a-\t\n&\u00E9\u00D7\u0416\u2003~", n);
+        ASSERT_EQ(encoded(text), modelUriEncode(text)) << "seed " << kSeed << ", length " << n;
+        ASSERT_EQ(decoded(encoded(text)), modelUriDecode(modelUriEncode(text), false)) << "length " << n;
     }
 }
 
@@ -420,6 +434,28 @@ TEST(EscapeXMLChars, EscapesTheFive) {
     EXPECT_EQ(escaped(L"plain \u4E00"), L"plain \u4E00");
     EXPECT_EQ(escaped(std::wstring_view(L"a\0<", 3)), std::wstring(L"a\0&lt;", 6));
     EXPECT_EQ(escaped(L""), L"");
+}
+
+TEST(EscapeXMLChars, AgreesWithTheModelOnRandomTexts) {
+    brimtest::atEachLevel([] {
+        constexpr std::uint64_t kSeed = 7402;
+        RandomTexts random(kSeed);
+        for (int i = 0; i < 1500; ++i) {
+            const std::wstring text = random.text(
+                i % 2 == 0 ? L"abcdefghijklmnopqrstuvwxyz\u00E9\u0426\u043C<" : L"a\"'&<>b\u0426", 600);
+            std::wstring expected;
+            for (const wchar_t c : text) {
+                expected += c == L'"'    ? L"&quot;"
+                            : c == L'\'' ? L"&apos;"
+                            : c == L'&'  ? L"&amp;"
+                            : c == L'<'  ? L"&lt;"
+                            : c == L'>'  ? L"&gt;"
+                                         : std::wstring(1, c);
+            }
+            ASSERT_EQ(plain(BaseStringUtil::EscapeXMLChars(brim(text))), expected)
+                << "seed " << kSeed << ", round " << i;
+        }
+    });
 }
 
 TEST(EscapeCharacter, PutsTheEscapeBeforeItselfAndTheSpecialCharacter) {

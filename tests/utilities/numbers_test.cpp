@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <cfenv>
 #include <cfloat>
 #include <climits>
 #include <cmath>
@@ -342,6 +343,18 @@ TEST(NumberFrom, TheFirstZeroEndsTheText) {
     EXPECT_TRUE(BaseStringUtil::IsInteger(BrimString(L"12\0x", 4)));
 }
 
+TEST(NumberFrom, ReadsAsTheCLibraryAroundTheLimits) {
+    for (const unsigned long limit : {1UL << 15, 1UL << 16, 1UL << 31, 1UL << 32, 1UL << 63, ~0UL}) {
+        for (unsigned long offset = 0; offset < 5; ++offset) {
+            const std::wstring digits = std::to_wstring(limit - 2 + offset);
+            expectReadAsByTheCLibrary(digits);
+            expectReadAsByTheCLibrary(L"-" + digits);
+            expectReadAsByTheCLibrary(L" +00" + digits + L"x");
+            expectReadAsByTheCLibrary(digits + L"0");
+        }
+    }
+}
+
 TEST(NumberFrom, ReadsAsTheCLibraryDoes) { compareScanningWithTheCLibrary(); }
 
 TEST(IsNumber, IsTrueWhenTheTextIsReadToItsEnd) {
@@ -382,6 +395,23 @@ TEST(NumbersWithADecimalComma, AreAsByTheCLibrary) {
     compareAllIntegersWithTheCLibrary();
     compareDoublesWithTheCLibrary();
     compareScanningWithTheCLibrary();
+}
+
+// ---- Rounding ---------------------------------------------------------------------------------------------
+
+TEST(NumbersInOtherRoundingModes, AreAsByTheCLibrary) {
+    for (const int mode : {FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO}) {
+        SCOPED_TRACE(mode);
+        ASSERT_EQ(std::fesetround(mode), 0);
+        for (const double value : {0.1, 2.0 / 3.0, -1e23, 123456789.0123456789, 5e-324}) {
+            EXPECT_EQ(plain(BaseStringUtil::ShortStringFrom(value)), formatted(L"%.15G", value));
+        }
+        for (const wchar_t* const text : {L"0.1", L"-0.3", L"1e23", L"123456789.0123456789", L"1e-400"}) {
+            EXPECT_EQ(BaseStringUtil::FloatFrom(BrimString(text)), scanned<double>(text, L" %lf")) << text;
+            EXPECT_EQ(BaseStringUtil::Float32From(BrimString(text)), scanned<float>(text, L" %f")) << text;
+        }
+        std::fesetround(FE_TONEAREST);
+    }
 }
 
 // ---- Numbers in quotes ------------------------------------------------------------------------------------

@@ -115,6 +115,52 @@ TEST(FindFirstUnescaped, ADoubledBackslashEscapesToo) {
     EXPECT_EQ(BaseStringUtil::FindFirstUnescaped(BrimString(L"a\\\\,b,"), L",", 0), 5U);
 }
 
+// Long texts are looked through by windows.
+TEST(FindFirstUnescaped, FindsWhatFindDoesWhereNothingIsEscaped) {
+    constexpr std::uint64_t kSeed = 7501;
+    RandomTexts random(kSeed);
+    for (int i = 0; i < 3000; ++i) {
+        std::wstring text = random.text(i % 2 == 0 ? L"ab" : L"aaaaaaaaaaaaaaab", 3000);
+        if (!text.empty() && random.flip()) {
+            text[random.below(text.size())] = L'\0';
+        }
+        std::wstring what = random.text(L"ab", 4);
+        if (random.flip()) {
+            what = text.substr(random.below(text.size() + 1), random.below(40)).c_str();
+        }
+        const std::size_t start = random.below(text.size() + 2);
+        const BrimString given = brim(text);
+        ASSERT_EQ(BaseStringUtil::FindFirstUnescaped(given, what.c_str(), start),
+                  given.find(what.c_str(), start))
+            << "seed " << kSeed << ", round " << i;
+    }
+}
+
+TEST(FindFirstUnescaped, AgreesWithTheModelWhereHitsOverlap) {
+    constexpr std::uint64_t kSeed = 7502;
+    RandomTexts random(kSeed);
+    for (int i = 0; i < 3000; ++i) {
+        const std::wstring text = random.text(L"\\\\\\a", 400);
+        const std::wstring what = random.text(L"\\\\\\a", 7);
+        const std::size_t start = random.below(text.size() + 2);
+        const std::size_t expected =
+            what.empty() && start >= text.size() ? text.size() : unescaped(text, what, start);
+        ASSERT_EQ(BaseStringUtil::FindFirstUnescaped(brim(text), what.c_str(), start), expected)
+            << "seed " << kSeed << ", round " << i;
+    }
+}
+
+TEST(FindFirstUnescaped, GetsThroughRepetitiveTexts) {
+    constexpr std::size_t kLength = 600000;
+    const std::wstring letters(kLength, L'a');
+    const std::wstring backslashes(kLength, L'\\');
+    const std::wstring middle = letters.substr(0, kLength / 4) + L"b" + letters.substr(0, kLength / 4);
+    EXPECT_EQ(BaseStringUtil::FindFirstUnescaped(brim(letters), middle.c_str(), 0), kLength);
+    EXPECT_EQ(BaseStringUtil::FindFirstUnescaped(brim(backslashes), backslashes.c_str() + kLength / 2, 1),
+              kLength);
+    EXPECT_EQ(BaseStringUtil::FindFirstUnquoted(brim(letters), middle.c_str(), 0, nullptr), kLength);
+}
+
 TEST(FindFirstUnescaped, HitsMayOverlap) {
     EXPECT_EQ(BaseStringUtil::FindFirstUnescaped(BrimString(L"\\aaa"), L"aa", 0), 2U);
 }

@@ -1,6 +1,8 @@
 // Searches for character sets and sub-strings, next to naive ones.
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
 
+#include "guarded_buffer.h"
+#include "kernel_levels.h"
 #include "test_locale.h"
 #include "wide_texts.h"
 
@@ -243,7 +245,135 @@ TEST(PatternMatches, AgreeWithTheModelsWhereTextsRepeatThemselves) {
     }
 }
 
+TEST(PatternMatches, AgreeWithTheModelsAtEveryLevel) {
+    brimtest::atEachLevel([] {
+        constexpr std::uint64_t kSeed = 7304;
+        RandomTexts random(kSeed);
+        constexpr std::size_t kRoom = 700;
+        brimtest::GuardedBuffer<wchar_t> textRoom(kRoom);
+        brimtest::GuardedBuffer<wchar_t> patternRoom(kRoom);
+        for (int i = 0; i < 3000; ++i) {
+            const std::wstring_view alphabet = i % 3 == 0 ? L"ab" : i % 3 == 1 ? L"aaaaaaab" : L"abcdefgh";
+            const std::wstring text = random.text(alphabet, kRoom);
+            const std::size_t m = 1 + random.below(i % 2 == 0 ? 6 : 200);
+            std::wstring pattern = random.textOf(alphabet, m);
+            if (random.flip() && text.size() > m) {
+                pattern = text.substr(random.below(text.size() - m), m);
+                pattern[random.below(m)] = alphabet[random.below(alphabet.size())];
+            }
+            const std::size_t n = text.size();
+            const Reference t(std::copy(text.begin(), text.end(), textRoom.last(n)) - n, n);
+            const Reference p(std::copy(pattern.begin(), pattern.end(), patternRoom.last(m)) - m, m);
+            const std::size_t start = random.below(4) == 0 ? random.below(n + 1) : 0;
+            ASSERT_EQ(BaseStringUtil::ForwardPatternMatch(t, p, start),
+                      std::min(text.find(pattern, start), n))
+                << "seed " << kSeed << ", round " << i;
+            ASSERT_EQ(reverse(text, pattern, kNowhere), std::min(text.rfind(pattern), n))
+                << "seed " << kSeed << ", round " << i;
+        }
+    });
+}
+
+TEST(PatternMatches, GetThroughTextsThatDeceiveEveryProbe) {
+    // Each word is the two before it together, the most repetitive of texts without a period.
+    std::wstring text = L"b";
+    std::wstring next = L"a";
+    while (text.size() < 200000) {
+        std::wstring both = next + text;
+        text = std::move(next);
+        next = std::move(both);
+    }
+    // Every "b" stands between two "a", and nowhere are there three of them: a pattern with another letter
+    // instead of a "b" is not in the text.
+    brimtest::atEachLevel([&] {
+        for (const std::size_t m : {std::size_t{50}, std::size_t{5000}, std::size_t{60000}}) {
+            for (const std::size_t near : {std::size_t{1}, m / 3, m / 2, m - 8}) {
+                const std::size_t flaw = text.find(L'b', near);
+                for (const wchar_t other : {L'a', L'c'}) {
+                    std::wstring pattern = text.substr(0, m);
+                    pattern[flaw] = other;
+                    ASSERT_EQ(forward(text, pattern, 0), text.size()) << m << ", " << flaw;
+                    ASSERT_EQ(reverse(text, pattern, kNowhere), text.size()) << m << ", " << flaw;
+                    ASSERT_EQ(forward(text + pattern, pattern, 0), text.size()) << m << ", " << flaw;
+                    ASSERT_EQ(reverse(pattern + text, pattern, kNowhere), 0U) << m << ", " << flaw;
+                }
+            }
+        }
+    });
+    const std::wstring part = text.substr(0, 3000); // the models are slow here
+    for (const std::size_t m : {std::size_t{20}, std::size_t{300}, std::size_t{1500}}) {
+        for (const std::size_t flaw : {std::size_t{1}, m / 3, m / 2, m - 2}) {
+            std::wstring pattern = part.substr(part.size() - m);
+            pattern[flaw] = pattern[flaw] == L'a' ? L'b' : L'a';
+            const std::size_t first = std::min(part.find(pattern), part.size());
+            const std::size_t last = std::min(part.rfind(pattern), part.size());
+            brimtest::atEachLevel([&] {
+                ASSERT_EQ(forward(part, pattern, 0), first) << m << ", " << flaw;
+                ASSERT_EQ(reverse(part, pattern, kNowhere), last) << m << ", " << flaw;
+            });
+        }
+    }
+}
+
+TEST(PatternMatches, ARareFirstCharacterMayBecomeFrequent) {
+    const std::wstring rare(3000, L'-');
+    const std::wstring frequent(3000, L'x');
+    const std::wstring pattern = L"xxxy";
+    brimtest::atEachLevel([&] {
+        EXPECT_EQ(forward(rare + frequent + rare, pattern, 0), 9000U);
+        EXPECT_EQ(forward(rare + frequent + L"y" + rare, pattern, 0), 5997U);
+        EXPECT_EQ(forward(rare + L"xxxy" + frequent, pattern, 0), 3000U);
+        EXPECT_EQ(forward(rare + L"xxx", pattern, 0), 3003U);
+    });
+}
+
 // ---- Character sets ---------------------------------------------------------------------------------------
+
+// Characters that are alike when they are cut or pressed into a byte.
+TEST(CharacterSets, AgreeWithTheModelsAtEveryLevelAndLength) {
+    const std::wstring sets[] = {
+        L";",
+        L",;\t\n",
+        L"\x01\x7F",
+        L" !\"#$%&'()*+,-./:;<=>?@",
+        L"0123456789abcdefghijklmnopqrstuvwxyz",
+        std::wstring(L"\0,", 2),
+        L"\xFE\xFF,",
+        L"\u0100,\u042F\U0001F600",
+        L",\x80",
+    };
+    const std::wstring others = std::wstring(L"ZY\0\xFF\x80\x81\u0101\u012C\u013B\u7FFF\u8000\uFFFF", 12) +
+                                static_cast<wchar_t>(0x8000003BU) + static_cast<wchar_t>(0xFFFFFFFFU) +
+                                static_cast<wchar_t>(0x1002C) + static_cast<wchar_t>(0x7FFFFFFF);
+    brimtest::atEachLevel([&] {
+        constexpr std::uint64_t kSeed = 7305;
+        RandomTexts random(kSeed);
+        for (const std::wstring& set : sets) {
+            const std::set<wchar_t> model(set.begin(), set.end());
+            const BrimString given = brim(set);
+            for (std::size_t n = 0; n <= 100; ++n) {
+                std::wstring text = random.textOf(others, n);
+                std::wstring members = random.textOf(set, n);
+                for (std::size_t place = 0; place < n; place += 1 + random.below(7)) {
+                    std::wstring with(text);
+                    with[place] = set[random.below(set.size())];
+                    ASSERT_EQ(BaseStringUtil::FindFirstOf(brim(with), given, 0),
+                              firstOf(with, model, 0, true))
+                        << "seed " << kSeed << ", " << ::testing::PrintToString(with);
+                    ASSERT_EQ(BaseStringUtil::FindLastOf(brim(with), given, n), lastOf(with, model, n))
+                        << "seed " << kSeed << ", " << ::testing::PrintToString(with);
+                    std::wstring without(members);
+                    without[place] = text[place];
+                    ASSERT_EQ(BaseStringUtil::FindFirstNotOf(brim(without), given, 0),
+                              firstOf(without, model, 0, false))
+                        << "seed " << kSeed << ", " << ::testing::PrintToString(without);
+                }
+                ASSERT_EQ(BaseStringUtil::FindFirstOf(brim(text), given, 0), firstOf(text, model, 0, true));
+                ASSERT_EQ(BaseStringUtil::FindFirstNotOf(brim(members), given, 0), n);
+            }
+        }
+    });
+}
 
 TEST(CharacterSets, SearchFromTheStart) {
     const BrimString text(L"hello, world");

@@ -157,4 +157,55 @@ TEST(IsWildcardCaseInsensitiveMatch, GetsThroughHostilePatterns) {
     EXPECT_FALSE(matches(text, L"*" + std::wstring(2000, L'a') + L"?b*"));
 }
 
+TEST(IsWildcardCaseInsensitiveMatch, GetsThroughLongSegmentsOfQuestionMarks) {
+    constexpr std::size_t kLength = 100000;
+    std::wstring text(kLength, L'a');
+    EXPECT_FALSE(matches(text, L"*" + repeated(L"a?", kLength / 4) + L"b*"));
+    EXPECT_FALSE(matches(text, L"*" + repeated(L"?a", kLength / 2) + L"b*"));
+    EXPECT_TRUE(matches(text, L"*" + repeated(L"a?", kLength / 2) + L"*"));
+    EXPECT_FALSE(matches(text, repeated(L"*aa?aa?b", 100) + L"*"));
+    const std::wstring segment = L"*" + repeated(L"a?", kLength / 4) + L"b";
+    text[kLength - 1] = L'b';
+    EXPECT_TRUE(matches(text, segment));
+    EXPECT_TRUE(matches(text, segment + L"*"));
+    EXPECT_FALSE(matches(text, segment + L"?*"));
+    // Many segments of which each is hard to find.
+    std::wstring parts;
+    std::wstring pattern = L"*";
+    for (int i = 0; i < 100; ++i) {
+        parts += std::wstring(900, L'a') + L"b" + static_cast<wchar_t>(L'c' + i % 10);
+        pattern += repeated(L"a?", 100) + L"b" + static_cast<wchar_t>(L'c' + i % 10) + L"*";
+    }
+    EXPECT_TRUE(matches(parts, pattern));
+    EXPECT_FALSE(matches(parts, pattern + L"z*"));
+}
+
+// Long enough to leave the quick way, short enough for the model.
+TEST(IsWildcardCaseInsensitiveMatch, AgreesWithTheModelWhereSegmentsAreHardToFind) {
+    constexpr std::uint64_t kSeed = 7702;
+    RandomTexts random(kSeed);
+    int matched = 0;
+    for (int i = 0; i < 40; ++i) {
+        const std::wstring_view alphabet = i % 2 == 0 ? L"aaaaaaab" : L"abcdefg";
+        std::wstring text(3000 + random.below(2000), L'a');
+        for (std::size_t k = 0; k < text.size(); k += 1 + random.below(i % 4 == 0 ? 400 : 30)) {
+            text[k] = alphabet[random.below(alphabet.size())];
+        }
+        const std::size_t m = 20 + random.below(200);
+        std::wstring segment = text.substr(text.size() - m - random.below(2000), m);
+        for (std::size_t k = random.below(3); k < m; k += 1 + random.below(6)) {
+            segment[k] = L'?';
+        }
+        if (random.flip()) {
+            segment[random.below(m)] = random.flip() ? L'b' : L'x';
+        }
+        const std::wstring pattern = L"*" + segment + (random.flip() ? L"*" : L"*b*");
+        const bool expected = modelMatches(text, pattern);
+        matched += expected ? 1 : 0;
+        ASSERT_EQ(matches(text, pattern), expected) << "seed " << kSeed << ", round " << i;
+    }
+    EXPECT_GT(matched, 5) << "both answers are common";
+    EXPECT_LT(matched, 38);
+}
+
 } // namespace

@@ -26,9 +26,6 @@ constexpr std::uint64_t kLargestReportedStepBack = 20'000'000;
 constexpr int kAttempts = 12;
 constexpr unsigned int kFirstAttemptMs = 100;
 
-// True once a reading has found RDTSCP: the readings after it look no further.
-constinit std::atomic<bool> g_isRdtscpKnown{false};
-
 // `value` rounded towards zero; `otherwise` when that does not fit, or is no number.
 std::uint64_t truncate(double value, std::uint64_t otherwise) {
     constexpr double kEnd = 18446744073709551616.0; // 2^64
@@ -41,14 +38,6 @@ struct timeval wallTime() {
     return now;
 }
 
-// Out of line, so that the readings after the first cost little more than their one instruction.
-__attribute__((noinline)) void readCarefully(std::uint64_t& reading) {
-    static const bool useRdtscp = CpuId::isRdtscpSupported();
-    g_isRdtscpKnown.store(useRdtscp, std::memory_order_relaxed);
-    unsigned int processor;
-    reading = useRdtscp ? __rdtscp(&processor) : __rdtsc();
-}
-
 std::uint64_t inMicros(const struct timeval& time) {
     return static_cast<std::uint64_t>(time.tv_sec) * 1'000'000 + static_cast<std::uint64_t>(time.tv_usec);
 }
@@ -59,13 +48,13 @@ bool areFactorsUsable() {
 
 } // namespace
 
-void PerfTimeSnap::Set() {
-    if (g_isRdtscpKnown.load(std::memory_order_relaxed)) {
-        unsigned int processor;
-        m_hrTime = __rdtscp(&processor);
-    } else {
-        readCarefully(m_hrTime);
-    }
+constinit std::atomic<bool> PerfTimeSnap::s_isRdtscpKnown{false};
+
+void PerfTimeSnap::setCarefully() {
+    static const bool useRdtscp = CpuId::isRdtscpSupported();
+    s_isRdtscpKnown.store(useRdtscp, std::memory_order_relaxed);
+    unsigned int processor = 0;
+    m_hrTime = useRdtscp ? __rdtscp(&processor) : __rdtsc();
 }
 
 void PerfTimeInterval::GetTimeInterval(const PerfTimeSnap& end, const PerfTimeSnap& start) {

@@ -12,6 +12,7 @@
 
 #include "Utility/Generic/Portable/SUPExport.h"
 
+#include <atomic>
 #include <cstdint>
 #include <sys/time.h>
 
@@ -60,7 +61,14 @@ public:
 
     /// Takes a reading. The first one of the process looks at the processor (CpuId::isRdtscpSupported) and
     /// may throw std::bad_alloc.
-    void Set();
+    void Set() {
+        if (s_isRdtscpKnown.load(std::memory_order_relaxed)) {
+            unsigned int processor = 0;
+            m_hrTime = __builtin_ia32_rdtscp(&processor);
+        } else {
+            setCarefully();
+        }
+    }
     std::uint64_t Get() const noexcept { return m_hrTime; }
 
     bool operator<(const PerfTimeSnap& other) const noexcept { return m_hrTime < other.m_hrTime; }
@@ -68,6 +76,11 @@ public:
 
 protected:
     std::uint64_t m_hrTime;
+
+private:
+    // A reading that looks at the processor first; once it has found RDTSCP the others need not.
+    void setCarefully();
+    static std::atomic<bool> s_isRdtscpKnown;
 };
 
 /// A number of ticks. Sums wrap at 64 bits; units are rounded towards zero.
