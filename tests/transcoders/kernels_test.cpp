@@ -1,5 +1,6 @@
 #include "kernels/kernels.h"
 
+#include "Utility/Generic/Portable/transcodercache.h"
 #include "child_process.h"
 #include "guarded_buffer.h"
 #include "transcodingimplutf8.h"
@@ -35,6 +36,10 @@ using sup::kernels::kernelsInUse;
 using sup::kernels::kernelsOf;
 using sup::kernels::Level;
 using sup::kernels::overrideKernels;
+using sup::kernels::SingleByteDecoding;
+using sup::kernels::SingleByteEncoding;
+using sup::transcodeimpl::TranscoderCache;
+using sup::transcodeimpl::TranscoderImplBase;
 using sup::transcodeimpl::TranscoderImplUTF8;
 using testing::AssertionFailure;
 using testing::AssertionResult;
@@ -585,20 +590,31 @@ public:
 int g_decoded = 0;
 int g_encoded = 0;
 int g_counted = 0;
+int g_singleBytesDecoded = 0;
+int g_singleBytesEncoded = 0;
 
-constexpr Kernels kCounting = {Level::plain,
-                               [](const char* src, const char* end, wchar_t* dst) noexcept {
-                                   ++g_decoded;
-                                   return kernelsOf(Level::plain)->decodeUtf8(src, end, dst);
-                               },
-                               [](const wchar_t* src, const wchar_t* end, char* dst) noexcept {
-                                   ++g_encoded;
-                                   return kernelsOf(Level::plain)->encodeUtf8(src, end, dst);
-                               },
-                               [](const wchar_t* src, std::size_t srcLen) noexcept {
-                                   ++g_counted;
-                                   return kernelsOf(Level::plain)->exactUtf8Size(src, srcLen);
-                               }};
+constexpr Kernels kCounting = {
+    Level::plain,
+    [](const char* src, const char* end, wchar_t* dst) noexcept {
+        ++g_decoded;
+        return kernelsOf(Level::plain)->decodeUtf8(src, end, dst);
+    },
+    [](const wchar_t* src, const wchar_t* end, char* dst) noexcept {
+        ++g_encoded;
+        return kernelsOf(Level::plain)->encodeUtf8(src, end, dst);
+    },
+    [](const wchar_t* src, std::size_t srcLen) noexcept {
+        ++g_counted;
+        return kernelsOf(Level::plain)->exactUtf8Size(src, srcLen);
+    },
+    [](const SingleByteDecoding& table, const char* src, std::size_t length, wchar_t* dst) noexcept {
+        ++g_singleBytesDecoded;
+        kernelsOf(Level::plain)->decodeSingleByte(table, src, length, dst);
+    },
+    [](const SingleByteEncoding& table, const wchar_t* src, std::size_t length, char* dst) noexcept {
+        ++g_singleBytesEncoded;
+        return kernelsOf(Level::plain)->encodeSingleByte(table, src, length, dst);
+    }};
 
 TEST(KernelChoice, CanBeOverriddenForTheTranscoder) {
     const Kernels* const chosen = &kernelsInUse();
@@ -613,6 +629,15 @@ TEST(KernelChoice, CanBeOverriddenForTheTranscoder) {
         EXPECT_EQ(g_decoded, 1);
         EXPECT_EQ(g_encoded, 1);
         EXPECT_EQ(g_counted, 1);
+        const TranscoderImplBase& greek = *TranscoderCache::getTranscoder(28597);
+        wchar_t wide[17];
+        char narrow[17];
+        EXPECT_EQ(greek.multibyteToUnicode("\xE1\xE2 and so on, up", 17, wide, 17, nullptr), 17U);
+        EXPECT_EQ(wide[0], L'\x3B1');
+        EXPECT_EQ(greek.unicodeToMultibyte(wide, 17, narrow, 17, nullptr, nullptr, nullptr), 17U);
+        EXPECT_EQ(narrow[0], '\xE1');
+        EXPECT_EQ(g_singleBytesDecoded, 1);
+        EXPECT_EQ(g_singleBytesEncoded, 1);
     }
     EXPECT_EQ(&kernelsInUse(), chosen);
 }

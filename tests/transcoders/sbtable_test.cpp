@@ -1,6 +1,6 @@
 #include "transcodersbtable.h"
 
-#include "sbtables.h"
+#include "sbtable_pages.h"
 
 #include <gtest/gtest.h>
 
@@ -24,42 +24,17 @@
 
 using namespace sup::transcodeimpl;
 
+using brimtest::kPages;
+using brimtest::Owner;
+using brimtest::Page;
+using brimtest::Reference;
+using namespace brimtest::pages;
+
 namespace {
 
 constexpr std::size_t kTooSmall = static_cast<std::size_t>(-1);
 
-using Owner = std::unique_ptr<TranscoderImplBase>;
 using Callback = SUPTranscodeUntranslatableCharCallback;
-
-struct Page {
-    const char* name;
-    const char* iconvName;
-    const UnicodeMultibyteMapping* table;
-    TranscoderFactory factory;
-    unsigned identityLimit;
-    std::size_t rows;
-
-    Owner make() const { return Owner(factory(table, 0)); }
-};
-
-void PrintTo(const Page& page, std::ostream* out) { *out << page.name; }
-
-template <unsigned IdentityLimit, unsigned PrimaryLimit, bool bAnyExtras>
-constexpr Page page(const char* name, const char* iconvName, const UnicodeMultibyteMapping* table,
-                    std::size_t rows) {
-    return {name,          iconvName,
-            table,         TranscoderSBTable<IdentityLimit, PrimaryLimit, bAnyExtras>::CreateTranscoderTable,
-            IdentityLimit, rows};
-}
-
-const Page kLatin1 = page<256, 256, false>("ISO8859_1", "ISO-8859-1", cpISO8859_1, 0);
-const Page kLatin2 = page<161, 734, false>("ISO8859_2", "ISO-8859-2", cpISO8859_2, 95);
-const Page kLatin3 = page<161, 730, false>("ISO8859_3", "ISO-8859-3", cpISO8859_3, 88);
-const Page kArabic = page<161, 1619, false>("ISO8859_6", "ISO-8859-6", cpISO8859_6, 50);
-const Page kGreek = page<161, 975, true>("ISO8859_7", "ISO-8859-7", cpISO8859_7, 89);
-const Page kLatin9 = page<164, 8365, false>("ISO8859_15", "ISO-8859-15", cpISO8859_15, 92);
-const Page kWindows = page<128, 733, true>("Win1252", "CP1252", cpWin1252, 128);
-const Page kHebrew = page<161, 1515, true>("ISO8859_8_i", "ISO-8859-8", cpISO8859_8_i, 95);
 
 // Where a page differs on purpose from the table that iconv has; kNone where iconv has nothing.
 constexpr wchar_t kNone = -1;
@@ -162,54 +137,6 @@ private:
     iconv_t m_descriptor;
 };
 
-// A plain statement of the rules over maps, to compare with.
-class Reference {
-public:
-    explicit Reference(const Page& of) : m_identityLimit(of.identityLimit) {
-        for (const UnicodeMultibyteMapping* row = of.table; row->eDirection != kCP_End; ++row) {
-            m_toByte[row->wUnicodeChar] = row->cMBChars[0];
-            m_toUnit[static_cast<unsigned char>(row->cMBChars[0])] = row->wUnicodeChar;
-        }
-    }
-
-    std::wstring decode(const std::string& bytes) const {
-        std::wstring units;
-        for (const char c : bytes) {
-            const auto byte = static_cast<unsigned char>(c);
-            const auto found = m_toUnit.find(byte);
-            units += byte < m_identityLimit    ? static_cast<wchar_t>(byte)
-                     : found != m_toUnit.end() ? found->second
-                                               : wchar_t{0xFFFD};
-        }
-        return units;
-    }
-
-    // The bytes, `replacement` for each unmappable unit or pair.
-    std::string encode(const std::wstring& units, const std::string& replacement) const {
-        std::string bytes;
-        for (std::size_t i = 0; i < units.size(); ++i) {
-            const wchar_t unit = units[i];
-            const auto found = m_toByte.find(unit);
-            if (unit >= 0 && static_cast<unsigned>(unit) < m_identityLimit) {
-                bytes += static_cast<char>(unit);
-            } else if (found != m_toByte.end()) {
-                bytes += found->second;
-            } else {
-                bytes += replacement;
-                const bool bPair = unit >= 0xD800 && unit <= 0xDBFF && i + 1 < units.size() &&
-                                   units[i + 1] >= 0xDC00 && units[i + 1] <= 0xDFFF;
-                i += bPair ? 1 : 0;
-            }
-        }
-        return bytes;
-    }
-
-private:
-    unsigned m_identityLimit;
-    std::map<wchar_t, char> m_toByte;
-    std::map<unsigned char, wchar_t> m_toUnit;
-};
-
 // Copies of exactly the size of the text, so that a sanitizer sees a step beside it.
 template <class Char>
 std::unique_ptr<Char[]> exactCopy(const std::basic_string<Char>& text) {
@@ -295,10 +222,7 @@ std::string pageName(const ::testing::TestParamInfo<Page>& test) { return test.p
 
 } // namespace
 
-INSTANTIATE_TEST_SUITE_P(Pages, TranscoderSBTableOfPage,
-                         ::testing::Values(kLatin1, kLatin2, kLatin3, kArabic, kGreek, kLatin9, kWindows,
-                                           kHebrew),
-                         pageName);
+INSTANTIATE_TEST_SUITE_P(Pages, TranscoderSBTableOfPage, ::testing::ValuesIn(kPages), pageName);
 
 TEST_P(TranscoderSBTableOfPage, HasRowsInByteOrderAndTheTerminator) {
     const UnicodeMultibyteMapping* row = GetParam().table;
@@ -740,7 +664,7 @@ TEST(TranscoderSBTableCallback, GetsLoneSurrogatesOneByOne) {
 }
 
 TEST(TranscoderSBTableCallback, IsNotAskedAboutMappableUnits) {
-    for (const Page& of : {kLatin1, kLatin2, kLatin3, kArabic, kGreek, kLatin9, kWindows, kHebrew}) {
+    for (const Page& of : kPages) {
         const Owner transcoder = of.make();
         std::wstring units;
         for (unsigned value = 0; value < of.identityLimit; ++value) {
