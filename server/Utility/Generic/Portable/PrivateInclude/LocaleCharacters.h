@@ -23,6 +23,9 @@ public:
     static constexpr std::uint32_t kLowLimit = 0x100;
     static constexpr std::size_t kMostLocales = 4;
 
+    /// Frees the locale that it holds.
+    ~LocaleCharacters();
+
     /// The tables of the calling thread's current locale. Null when kMostLocales others have theirs, or
     /// memory is short: ask the C library then.
     static const LocaleCharacters* current() noexcept {

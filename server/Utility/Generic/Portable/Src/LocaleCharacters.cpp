@@ -57,10 +57,19 @@ void LocaleCharacters::setUp(locale_t locale) noexcept {
     }
 }
 
+LocaleCharacters::~LocaleCharacters() {
+    const std::lock_guard<std::mutex> lock(g_mutex); // a thread may still fill a page
+    if (m_locale != locale_t()) {
+        ::freelocale(m_locale);
+        m_locale = locale_t();
+    }
+}
+
 void LocaleCharacters::fillPageLocked(std::uint32_t page) const noexcept {
+    const bool isHeld = m_locale != locale_t(); // not at the end of the process: there it is the current one
     for (std::uint32_t c = page * kPage; c < (page + 1) * kPage; ++c) {
-        m_lower[c] = static_cast<wchar_t>(::towlower_l(c, m_locale));
-        m_upper[c] = static_cast<wchar_t>(::towupper_l(c, m_locale));
+        m_lower[c] = static_cast<wchar_t>(isHeld ? ::towlower_l(c, m_locale) : ::towlower(c));
+        m_upper[c] = static_cast<wchar_t>(isHeld ? ::towupper_l(c, m_locale) : ::towupper(c));
     }
     m_isFilled[page].store(true, std::memory_order_release);
 }

@@ -199,7 +199,8 @@ class SilentTerminal {
 public:
     SilentTerminal() {
         g_terminalSignal = 0;
-        if (::pipe2(m_pipe, O_CLOEXEC | O_NONBLOCK) != 0) {
+        // A pipe would take the number of a standard input that is closed.
+        if (::fcntl(STDIN_FILENO, F_GETFD) == -1 || ::pipe2(m_pipe, O_CLOEXEC | O_NONBLOCK) != 0) {
             return;
         }
         g_signalPipe = m_pipe[1];
