@@ -16,6 +16,10 @@ if(BRIM_SANITIZE)
   target_compile_definitions(brim_sanitizers INTERFACE BRIM_SANITIZED=1)
 endif()
 
+# The product home of the tests: a locale file without entries, so that loading the library prints nothing.
+set(BRIM_TEST_HOME "${PROJECT_BINARY_DIR}/test-home")
+file(CONFIGURE OUTPUT "${BRIM_TEST_HOME}/hxfoundation/server/locale/BrimLocale.xml" CONTENT "<BrimLocale/>\n")
+
 # brim_add_test(NAME SOURCES ... [LIBRARIES ...]): one GoogleTest program, its tests registered with CTest
 # one by one, each in a process of its own.
 function(brim_add_test name)
@@ -32,5 +36,6 @@ function(brim_add_test name)
     ${arg_LIBRARIES} brimportable::brimportable GTest::gtest_main GTest::gmock brim_warnings brim_sanitizers)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support)
   target_link_libraries(${name} PRIVATE brimportable_private_headers)
-  gtest_discover_tests(${name} TEST_PREFIX "${name}/" DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
+  gtest_discover_tests(${name} TEST_PREFIX "${name}/" DISCOVERY_MODE PRE_TEST
+    PROPERTIES TIMEOUT 300 ENVIRONMENT "HX_PRODUCT_HOME=${BRIM_TEST_HOME}")
 endfunction()

@@ -2,9 +2,12 @@
 #include "environment_test_support.h"
 
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
+#include "child_process.h"
 
 #include <gtest/gtest.h>
 
+#include <clocale>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -17,6 +20,8 @@ using brimtest::Tree;
 using brimtest::Variables;
 
 namespace {
+
+using String = sup::String<wchar_t>;
 
 constexpr DirectoryOperation kHome = SystemUtility::GetVantaHXHomeDirectory;
 constexpr DirectoryOperation kVantaHome = SystemUtility::GetVantaHomeDirectory;
@@ -418,6 +423,21 @@ std::string askedAgain(DirectoryOperation operation, const char* variable, const
         ::unsetenv(variable);
         show(operation);
     });
+}
+
+const brimtest::FreshProcess kReadsItsHomeInItsOwnLocale("ReadsItsHomeInItsOwnLocale", [] {
+    std::setlocale(LC_ALL, "C.UTF-8");
+    String path;
+    SystemUtility::GetVantaHXHomeDirectory(path);
+    std::puts(path == String(L"/tmp/gr\u00F6\u00DFe") ? "whole" : "broken");
+});
+
+// Loading the library reads the home too, when the process is still in the locale "C".
+TEST(DirectoryCaches, LoadingFillsNone) {
+    const brimtest::ChildResult child =
+        kReadsItsHomeInItsOwnLocale.run({{"HX_PRODUCT_HOME", "/tmp/gr\xC3\xB6\xC3\x9F"
+                                                             "e"}});
+    EXPECT_EQ(child.output, "whole\n") << child;
 }
 
 TEST(DirectoryCaches, KeepTheFirstValue) {

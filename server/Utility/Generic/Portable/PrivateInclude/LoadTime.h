@@ -27,8 +27,11 @@ void initializeThreadLocalStorage();
 /// Measures the factors of the performance timer (SUPPerfTimeInterval.cpp).
 void calibratePerfTimer();
 
-/// Forgets the process's code page, which the other steps found under the locale "C" of a process that has not
-/// yet chosen its own (SUPTranscode.cpp).
+/// Forgets the process's code page, which the other steps found under the locale "C" of a process that has
+/// not yet chosen its own (SUPTranscode.cpp).
 void forgetSystemCodePage() noexcept;
+
+/// Forgets the product's home, which they read in that code page (SUPOS.cpp).
+void forgetHomeDirectory() noexcept;
 
 } // namespace sup::loadtime

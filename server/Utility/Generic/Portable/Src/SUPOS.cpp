@@ -80,6 +80,8 @@ public:
         }
     }
 
+    void forget() noexcept { m_isSet.store(false, std::memory_order_relaxed); }
+
 private:
     wchar_t m_text[2048] = {};
     std::atomic<bool> m_isSet{false};
@@ -664,3 +666,5 @@ sup::String<wchar_t> sup::serverLocaleDirectory() {
 // ---- Load time --------------------------------------------------------------------------------------------
 
 void sup::loadtime::countProcessors() { g_initProcNum = SystemUtility::GetNumberOfProcessors(); }
+
+void sup::loadtime::forgetHomeDirectory() noexcept { g_sHXHomeDir.forget(); }

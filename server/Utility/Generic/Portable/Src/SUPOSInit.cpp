@@ -30,8 +30,9 @@ constexpr LoadTimeStep kLoadTimeSteps[] = {
     {"processor count", sup::loadtime::countProcessors},
     {"random seed", sup::loadtime::seedRandomNumbers},
     {"allocation padding", sup::loadtime::computeAllocationPadding},
-    // Last: the others convert texts.
+    // Last: the others convert texts, and their locale is not yet the host's.
     {"system code page", sup::loadtime::forgetSystemCodePage},
+    {"home directory", sup::loadtime::forgetHomeDirectory},
 };
 
 // A step that fails leaves its defaults: whoever loads the library gets it.
