@@ -159,6 +159,13 @@ TEST(TranscoderIconv, DecodesMalformedBytesToReplacementsAndReportsThemOnceACall
     EXPECT_EQ(manager.reports(), reportsOf("CP932", {-5, -5}));
 }
 
+TEST(TranscoderIconv, StaysInStepAfterAFaultInWideUnits) {
+    const RecordingManager manager;
+    EXPECT_EQ(decoded(*create("UTF-16BE"), std::string("\xDC\x00\x00z", 4)), L"\xFFFDz");
+    EXPECT_EQ(decoded(*create("UTF-32LE"), std::string("\x00\x00\x11\x00z\x00\x00\x00", 8)), L"\xFFFDz");
+    EXPECT_EQ(decoded(*create("UCS-4BE"), std::string("\x80\x00\x00\x00\x00\x00\x00z", 8)), L"\xFFFDz");
+}
+
 TEST(TranscoderIconv, DecodesACutCharacterToAReplacementAndReportsIt) {
     const RecordingManager manager;
     EXPECT_EQ(decoded(*create("CP932"), "a\x93"), L"a\xFFFD");

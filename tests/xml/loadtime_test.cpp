@@ -1,4 +1,5 @@
 // What loading the library makes of the locale file.
+#include "SUPTranscodeIconv_UNIX.h"
 #include "Utility/Generic/Portable/SUPOS.h"
 #include "Utility/Generic/Portable/SUPTranscode.h"
 #include "child_process.h"
@@ -8,6 +9,7 @@
 
 #include <clocale>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -57,6 +59,28 @@ TEST(LoadTime, FillsTheMapsFromTheLocaleFile) {
     EXPECT_EQ(result.atLoad, "");
     EXPECT_EQ(result.output,
               std::string(kBuiltIn) + "Deutsch=(C.UTF-8,65001);Xish=(xx_YY@z,4711);5=Xish;1031=Deutsch;");
+}
+
+const FreshProcess kNamesConverters("names of converters", [] {
+    for (const int encoding : {4711, 4712, 932}) {
+        const std::unique_ptr<sup::transcodeimpl::TranscoderImplBase> transcoder(
+            sup::transcodeimpl::CreateIconvTranscoder(encoding));
+        wchar_t unit[4] = L"";
+        const bool isKanji = transcoder != nullptr &&
+                             transcoder->multibyteToUnicode("\x93\xFA", 2, unit, 4, nullptr) == 1 &&
+                             unit[0] == 0x65E5;
+        std::printf("%d: %s\n", encoding, isKanji ? "kanji" : "no");
+    }
+});
+
+TEST(LoadTime, NamesTheConvertersOfEncodings) {
+    const TemporaryDirectory home;
+    home.write(kPlace, "<r><IconvTranscode><Platform Name='LINUX'><QuayCode Name='4711'><IconvIdentifier>"
+                       "SHIFT_JIS</IconvIdentifier></QuayCode></Platform></IconvTranscode></r>");
+    EXPECT_EQ(loadedFrom(kNamesConverters, home).output, "4711: kanji\n"
+                                                         "Encoding not supported error number -1, CP4712\n"
+                                                         "4712: no\n"
+                                                         "932: kanji\n");
 }
 
 TEST(LoadTime, LetsTheFileReplaceTheBuiltInEntry) {

@@ -54,12 +54,14 @@ private:
     sup::String<char> m_name;
     mutable IconvPool m_decoders;
     mutable IconvPool m_encoders;
+    std::size_t m_unit = 1; ///< bytes that a malformed place takes
 };
 
 /// A new transcoder for the iconv name, which the caller deletes. An encoding that iconv does not know is
 /// reported (E_Portable_EncodingUnsupported); if that returns, the result is null.
 BRIMPORTABLE_API TranscoderImplBase* CreateIconvTranscoder(const char* iconvName);
-/// The same for an encoding number, which iconv knows as "CP" and the number.
+/// The same for an encoding number: iconv's name for it is that of the locale file, or else "CP" and the
+/// number.
 BRIMPORTABLE_API TranscoderImplBase* CreateIconvTranscoder(int encoding);
 
 } // namespace sup::transcodeimpl

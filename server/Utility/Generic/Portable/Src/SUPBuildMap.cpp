@@ -88,6 +88,17 @@ void addSortLanguages(LocaleFile& file, sup::SortLangMap& map) {
     });
 }
 
+void addIconvNames(LocaleFile& file, sup::IconvIdentifierMap& map) {
+    const auto add = [&](DOMNode* code) {
+        map[Helpers::BrimStringToInt(file.nameOf(code))] = narrow(file.textOf(code, L"IconvIdentifier"));
+    };
+    file.forEach(u"IconvTranscode", u"Platform", [&](DOMNode* platform) {
+        if (BrimString::equals(file.nameOf(platform), L"LINUX")) {
+            LocaleFile::forEachChild(platform, u"QuayCode", add);
+        }
+    });
+}
+
 void reportParserFailure(const XMLCh* message) {
     ErrorManager::Register(nullptr);
     const NarrowString text = narrow(SUPDOMPrintFormatTarget::XMLChToBrimString(message));
@@ -153,24 +164,18 @@ void SUPBuildMapFromXML::PopulateSortLangToLocaleIdMap(sup::CaseInsBrimStringMap
 void SUPBuildMapFromXML::PopulateQUAYEncoding2ICONVTrancodingIdentifierMap(
     sup::IconvIdentifierMap& map) const {
     LocaleFile file(m_path);
-    const auto add = [&](DOMNode* code) {
-        map[Helpers::BrimStringToInt(file.nameOf(code))] = narrow(file.textOf(code, L"IconvIdentifier"));
-    };
-    file.forEach(u"IconvTranscode", u"Platform", [&](DOMNode* platform) {
-        if (BrimString::equals(file.nameOf(platform), L"LINUX")) {
-            LocaleFile::forEachChild(platform, u"QuayCode", add);
-        }
-    });
+    addIconvNames(file, map);
 }
 
 void sup::readLocaleFile(const String<wchar_t>& path, LocaleConversionMap& locales,
-                         SortLangMap& sortLanguages) noexcept {
-    // Parsed once for both maps. When that fails, the second map's reading makes its own report.
+                         SortLangMap& sortLanguages, IconvIdentifierMap& iconvNames) noexcept {
+    // Parsed once for all maps. When that fails, the reading of the sort languages makes its own report.
     bool isRead = false;
     populateSafely([&] {
         LocaleFile file(path);
         addLocales(file, locales);
         addSortLanguages(file, sortLanguages);
+        addIconvNames(file, iconvNames);
         isRead = file.isRead();
     });
     if (!isRead) {

@@ -1,5 +1,6 @@
 #include "SUPTranscodeIconv_UNIX.h"
 
+#include "LocaleFileMaps.h"
 #include "Utility/Generic/Portable/SUPOSBase.h"
 #include "kernels/utf8.h"
 
@@ -41,6 +42,22 @@ private:
     IconvPool& m_pool;
     iconv_t m_converter;
 };
+
+// The bytes of a letter, which is what a decoder skips at a fault to stay in step.
+std::size_t unitOf(iconv_t encoder) {
+    std::size_t unit = 0;
+    for (int i = 0; i < 2; ++i) { // the first may bring a header
+        char letter[] = {'A', 0};
+        char* in = letter;
+        std::size_t inLeft = sizeof(letter);
+        char bytes[32];
+        char* out = bytes;
+        std::size_t outLeft = sizeof(bytes);
+        ::iconv(encoder, &in, &inLeft, &out, &outLeft);
+        unit = sizeof(bytes) - outLeft;
+    }
+    return std::clamp<std::size_t>(unit, 1, 4);
+}
 
 // Reports each kind of failure once.
 class Reporter {
@@ -157,7 +174,10 @@ void IconvPool::giveBack(iconv_t converter) noexcept {
 }
 
 TranscoderIconv::TranscoderIconv(const char* iconvName)
-    : m_name(iconvName), m_decoders(kWideSide, iconvName), m_encoders(iconvName, kWideSide) {}
+    : m_name(iconvName), m_decoders(kWideSide, iconvName), m_encoders(iconvName, kWideSide) {
+    const Loan encoder(m_encoders);
+    m_unit = encoder.get() == kNoConverter ? 1 : unitOf(encoder.get());
+}
 
 auto TranscoderIconv::multibyteToUnicode(const char* src, size_type srcLen, wide_char* dst, size_type dstLen,
                                          state* /*ctx*/) const -> size_type {
@@ -184,8 +204,9 @@ auto TranscoderIconv::multibyteToUnicode(const char* src, size_type srcLen, wide
         if (error != 0 && error != E2BIG) {
             reporter.report(error);
             units[count++] = static_cast<std::uint16_t>(kernels::kReplacement);
-            in += inLeft == 0 ? 0 : 1;
-            inLeft = error == EILSEQ ? inLeft - 1 : 0;
+            const std::size_t skipped = error == EILSEQ ? std::min(m_unit, inLeft) : inLeft;
+            in += skipped;
+            inLeft -= skipped;
         }
         if (count > dstLen - written) {
             reporter.report(E2BIG);
@@ -281,6 +302,9 @@ TranscoderImplBase* CreateIconvTranscoder(const char* iconvName) {
 }
 
 TranscoderImplBase* CreateIconvTranscoder(int encoding) {
+    if (const char* const identifier = iconvIdentifierOf(encoding)) {
+        return CreateIconvTranscoder(identifier);
+    }
     char name[32];
     std::snprintf(name, sizeof(name), "CP%d", encoding);
     return CreateIconvTranscoder(name);

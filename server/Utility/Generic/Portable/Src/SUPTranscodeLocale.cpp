@@ -54,6 +54,11 @@ sup::LocaleConversionMap& localeConversionMap() {
     return map;
 }
 
+sup::IconvIdentifierMap& iconvIdentifierMap() {
+    static sup::IconvIdentifierMap map;
+    return map;
+}
+
 } // namespace
 
 const sup::LocaleConversionMap& GetQuayLocale2SystemLocaleMap() { return localeConversionMap(); }
@@ -64,7 +69,12 @@ __attribute__((init_priority(101))) sup::SortLangMap g_sortLangMap;
 const sup::SortLangMap& GetSortLangMap() { return g_sortLangMap; }
 
 void sup::loadtime::buildLocaleMaps() {
-    readLocaleFile(GetLocaleFile(), localeConversionMap(), g_sortLangMap);
+    readLocaleFile(GetLocaleFile(), localeConversionMap(), g_sortLangMap, iconvIdentifierMap());
+}
+
+const char* sup::iconvIdentifierOf(int encoding) noexcept {
+    const auto entry = iconvIdentifierMap().find(encoding);
+    return entry == iconvIdentifierMap().end() ? nullptr : entry->second.c_str();
 }
 
 unsigned int Locale2CodePage(const char* localeName) {

@@ -49,9 +49,6 @@ namespace sup {
 /// Name to number, case ignored.
 using CaseInsBrimStringMap = std::map<BrimString, unsigned int, CaseInsBrimStringLessFunctor,
                                       BrimStlAllocator<std::pair<const BrimString, unsigned int>>>;
-/// Code page to the converter name of iconv(3).
-using IconvIdentifierMap =
-    std::map<int, String<char>, std::less<int>, BrimStlAllocator<std::pair<const int, String<char>>>>;
 
 } // namespace sup
 

@@ -47,6 +47,10 @@ using LocaleConversionMap =
 using SortLangMap = std::map<unsigned int, String<char>, std::less<unsigned int>,
                              BrimStlAllocator<std::pair<const unsigned int, String<char>>>>;
 
+/// Code page to the converter name of iconv(3).
+using IconvIdentifierMap =
+    std::map<int, String<char>, std::less<int>, BrimStlAllocator<std::pair<const int, String<char>>>>;
+
 } // namespace sup
 
 // Both maps are filled from the locale file (SUPBuildMap.h tells its format) when the library is loaded and
