@@ -212,6 +212,16 @@ TEST(BrimtoolTranscode, ConcatenatesItsInputs) {
     EXPECT_EQ(result.output, systemIconv("UTF-8", "UTF-16BE", "first \xE2\x82\xAC."));
 }
 
+TEST(BrimtoolTranscode, TakesFileNamesInBracketsAsTheyAre) {
+    const TemporaryDirectory directory;
+    writeFile(directory.path("[a,b]"), "in");
+    ToolRun run = transcodeRun("UTF-8", "1252", "", {"-o", "[out]", "[a,b]"});
+    run.setUp = [&directory] { ASSERT_EQ(::chdir(directory.path().c_str()), 0); };
+    const ToolResult result = run.run();
+    EXPECT_EQ(result.exitCode, 0) << result;
+    EXPECT_EQ(readFile(directory.path("[out]")), "in");
+}
+
 TEST(BrimtoolTranscode, TakesFileNamesThatLookLikeOptionsAfterADoubleDash) {
     const TemporaryDirectory directory;
     writeFile(directory.path("--lossy"), "text");

@@ -6,8 +6,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstddef>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -45,7 +47,7 @@ TEST(Brimtool, PrintsHelpAndVersionOnStandardOutput) {
     const ToolResult more = runWith({"transcode", "--help"});
     EXPECT_EQ(more.exitCode, 0);
     for (const char* const part :
-         {"--from", "--to", "--lossy", "--stats", "--quiet", "285915  ISO-8859-15", "ANSI"}) {
+         {"--from", "--to", "--lossy", "--stats", "--quiet", "brimtool codepages", "ANSI", "iconv:NAME"}) {
         EXPECT_TRUE(contains(more.output, part)) << part << " is not in\n" << more.output;
     }
 
@@ -55,6 +57,20 @@ TEST(Brimtool, PrintsHelpAndVersionOnStandardOutput) {
         version.output, "^brimtool, brimportable [0-9.]+ [0-9]+-[0-9]+-[0-9]+\n$"))
         << version.output;
     EXPECT_EQ(version.errors, "");
+}
+
+TEST(Brimtool, EverySubcommandHelpsWithAnExampleAndItsExitStatus) {
+    const std::string help = runWith({"--help"}).output;
+    for (const std::string name : {"transcode", "codepages", "escape", "unescape", "match", "layout", "env",
+                                   "info", "doctor", "locale"}) {
+        EXPECT_TRUE(contains(help, "\n  " + name + " ")) << help;
+        const ToolResult result = runWith({name, "--help"});
+        EXPECT_EQ(result.exitCode, 0) << result;
+        EXPECT_EQ(result.errors, "");
+        for (const std::string& part : {"\nUsage: brimtool " + name, "\nExamples:\n"s, "\nExit status: 0"s}) {
+            EXPECT_TRUE(contains(result.output, part)) << part << " is not in\n" << result.output;
+        }
+    }
 }
 
 TEST(Brimtool, HelpThatCannotBeWrittenIsAFailure) {
@@ -92,7 +108,7 @@ TEST(Brimtool, UnknownCodePagesGiveTwoAndAreNamed) {
         EXPECT_EQ(to.output, "");
         if (*page != '\0') {
             EXPECT_EQ(to.errors, "brimtool: --to: there is no code page \""s + page +
-                                     "\" (brimtool transcode --help lists them)\n");
+                                     "\" (brimtool codepages lists them)\n");
         }
     }
 }
@@ -263,18 +279,50 @@ TEST(BrimtoolTranscode, RefusesToReadTheFileThatItWritesTo) {
     EXPECT_EQ(readFile(file), "text");
 }
 
-// What the tool loads may print when it is loaded and unloaded.
-TEST(Brimtool, WhatLibrariesPrintStaysOutOfTheData) {
+// One that is missing is no matter, as all the other tests show.
+TEST(Brimtool, ALocaleFileThatDoesNotParseIsToldWithTheMessages) {
+    const TemporaryDirectory home;
+    const std::string directory = home.path("hxfoundation/server/locale");
+    std::filesystem::create_directories(directory);
+    writeFile(directory + "/BrimLocale.xml", "<BrimLocale>");
+    ToolRun run = transcodeRun("UTF-8", "1252", "data");
+    run.environment = {{"HX_PRODUCT_HOME", home.path()}};
+    const ToolResult result = run.run();
+    EXPECT_EQ(result.exitCode, 0) << result;
+    EXPECT_EQ(result.output, "data");
+    EXPECT_TRUE(contains(result.errors, "Xml File Parse error")) << result;
+}
+
+namespace {
+
+// A run of the tool with the noisy library loaded into it.
+ToolRun noisyRun() {
     const char* const options = std::getenv("ASAN_OPTIONS");
     ToolRun run = transcodeRun("UTF-8", "1252", "data");
     run.environment = {
         {"LD_PRELOAD", NOISY_LIBRARY_PATH},
         {"ASAN_OPTIONS", (options == nullptr ? ""s : options + ":"s) + "verify_asan_link_order=0"},
     };
-    const ToolResult result = run.run();
+    return run;
+}
+
+} // namespace
+
+// What the tool loads may print when it is loaded and unloaded.
+TEST(Brimtool, WhatLibrariesPrintStaysOutOfTheData) {
+    const ToolResult result = noisyRun().run();
     EXPECT_EQ(result.exitCode, 0) << result;
     EXPECT_EQ(result.output, "data");
     for (const char* const printed : {"buffered at load", "direct at load", "buffered at unload"}) {
         EXPECT_TRUE(contains(result.errors, printed)) << printed << ": " << result;
     }
+}
+
+TEST(Brimtool, WhatALibraryPrintsBeforeItAbortsAtLoadIsNotLost) {
+    ToolRun run = noisyRun();
+    run.environment.emplace_back("NOISY_ABORT", "1");
+    const ToolResult result = run.run();
+    EXPECT_EQ(result.signal, SIGABRT) << result;
+    EXPECT_EQ(result.output, "");
+    EXPECT_TRUE(contains(result.errors, "direct at load")) << result;
 }

@@ -48,6 +48,19 @@ void drain(int& end, std::string& text) {
     }
 }
 
+void clearEnvironment() {
+    std::vector<std::pair<std::string, std::string>> kept;
+    for (const char* const name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"}) {
+        if (const char* const value = std::getenv(name)) {
+            kept.emplace_back(name, value);
+        }
+    }
+    ::clearenv();
+    for (const auto& [name, value] : kept) {
+        ::setenv(name.c_str(), value.c_str(), 1);
+    }
+}
+
 } // namespace
 
 std::ostream& operator<<(std::ostream& stream, const ToolResult& result) {
@@ -70,6 +83,9 @@ ToolResult ToolRun::run() const {
         ::dup2(in[0], STDIN_FILENO);
         ::dup2(out[1], STDOUT_FILENO);
         ::dup2(err[1], STDERR_FILENO);
+        if (hasOwnEnvironment) {
+            clearEnvironment();
+        }
         for (const auto& [name, value] : environment) {
             ::setenv(name.c_str(), value.c_str(), 1);
         }

@@ -32,6 +32,8 @@ struct ToolRun {
     /// 0: the input comes as the system pleases. Otherwise each read of the tool gets this many bytes.
     std::size_t readLength = 0;
     std::vector<std::pair<std::string, std::string>> environment; // added
+    /// The tool gets no other variables, those of the sanitizers apart.
+    bool hasOwnEnvironment = false;
     /// Runs in the child before the tool starts, after its standard streams have been set up.
     std::function<void()> setUp;
 

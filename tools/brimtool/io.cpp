@@ -19,7 +19,7 @@ bool Descriptor::close() noexcept {
 }
 
 InputFile::InputFile(const std::string& name)
-    : m_displayName(name == "-" ? "standard input" : name), m_descriptor(STDIN_FILENO) {
+    : m_displayName(displayNameOf(name)), m_descriptor(STDIN_FILENO) {
     if (name != "-") {
         m_owned.adopt(::open(name.c_str(), O_RDONLY | O_CLOEXEC));
         m_descriptor = m_owned.number();
@@ -27,6 +27,10 @@ InputFile::InputFile(const std::string& name)
     if (m_descriptor == -1 || ::fstat(m_descriptor, &m_status) != 0) {
         throw IoError("cannot open " + m_displayName, errno);
     }
+}
+
+std::string InputFile::displayNameOf(const std::string& name) {
+    return name == "-" ? "standard input" : name;
 }
 
 std::size_t InputFile::read(char* buffer, std::size_t room) {

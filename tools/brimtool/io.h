@@ -43,7 +43,8 @@ public:
 
     /// Reads up to `room` bytes; 0 at the end.
     std::size_t read(char* buffer, std::size_t room);
-    /// The name for messages.
+    /// What messages call the file `name`.
+    static std::string displayNameOf(const std::string& name);
     const std::string& displayName() const noexcept { return m_displayName; }
     const struct stat& status() const noexcept { return m_status; }
 

@@ -1,92 +1,91 @@
 // brimtool: the library on the command line.
-#include "code_pages.h"
-#include "io.h"
+#include "CodePageNames.h"
+#include "Utility/Generic/Portable/SUPOS.h"
+#include "codepages.h"
+#include "doctor.h"
+#include "env.h"
+#include "escape.h"
+#include "info.h"
+#include "layout.h"
+#include "locale_commands.h"
+#include "match.h"
 #include "output_file.h"
+#include "standard_streams.h"
+#include "subcommand.h"
 #include "transcode.h"
+#include "unescape.h"
+#include "version.h"
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <clocale>
 #include <csignal>
 #include <cstdio>
-#include <dlfcn.h>
 #include <exception>
+#include <langinfo.h>
 #include <sstream>
 #include <string>
+#include <vector>
 
 namespace {
 
-// "brimtool 1.2.3 2024-05-06": the library's own words. Looked up at run time, so that the library can be
-// replaced by one whose text has another length.
-std::string versionText() {
-    const auto* const text = static_cast<const char*>(::dlsym(RTLD_DEFAULT, "brimportable_version"));
-    const std::string version = text == nullptr ? "unknown" : text;
-    constexpr const char* kMark = "@(#)";
-    return "brimtool, " + (version.rfind(kMark, 0) == 0 ? version.substr(4) : version);
-}
+// In the order of the help text.
+constexpr brimtool::Subcommand (*kAdders[])(CLI::App&) = {
+    brimtool::addTranscode, brimtool::addCodePages, brimtool::addEscape, brimtool::addUnescape,
+    brimtool::addMatch,     brimtool::addLayout,    brimtool::addEnv,    brimtool::addInfo,
+    brimtool::addDoctor,    brimtool::addLocale,
+};
 
-std::string footer() {
-    return "Code pages, by number or name:\n" + brimtool::listOfCodePages() +
-           "    ANSI  the code page of the locale\n"
-           "\n"
-           "A byte-order mark is a character like any other: it is neither added nor taken away.\n"
-           "\n"
-           "Exit status: 0 when all was converted (or, with --lossy, replaced); 1 when the input is "
-           "malformed or\n"
-           "a character does not exist in the target page, the first one told with its file, byte (from 0) "
-           "and\n"
-           "line (from 1); 2 for wrong usage and for files that cannot be read or written. A file named with "
-           "-o\n"
-           "appears, or changes, only when all went well, so it may be one of the inputs.";
+// For help, the version, and errors in the command line.
+brimtool::ExitStatus answer(const CLI::App& app, const CLI::ParseError& outcome) {
+    std::ostringstream out;
+    std::ostringstream err;
+    const bool asked = app.exit(outcome, out, err) == 0;
+    std::fputs(brimtool::readableMessage(err.str()).c_str(), stderr);
+    if (!asked) {
+        return brimtool::kFailure;
+    }
+    brimtool::OutputFile output("-");
+    output.write(out.str());
+    output.commit();
+    return brimtool::kDone;
 }
 
 int run(int argc, char** argv) {
     CLI::App app("Tools of the brimportable library.", "brimtool");
-    app.set_version_flag("--version", versionText());
+    app.set_version_flag("--version", "brimtool, " + brimtool::libraryVersion());
     app.require_subcommand(1);
-
-    brimtool::TranscodeOptions options;
-    CLI::App& transcode = *app.add_subcommand("transcode", "Convert text from one code page to another.");
-    transcode.add_option("-f,--from", options.from, "Code page of the input")
-        ->required()
-        ->type_name("CODEPAGE");
-    transcode.add_option("-t,--to", options.to, "Code page of the output")->required()->type_name("CODEPAGE");
-    transcode
-        .add_option("-o,--output", options.output, "Where the text goes; - is standard output, the default")
-        ->type_name("FILE");
-    transcode
-        .add_option("FILE", options.inputs, "Inputs, converted as one text; - is standard input, the default")
-        ->type_name("");
-    transcode.add_flag("-l,--lossy", options.lossy,
-                       "Write replacement characters for what cannot be converted, and tell how many");
-    transcode.add_flag("-q,--quiet", options.quiet, "No progress on the terminal, no count of replacements");
-    transcode.add_flag("--stats,--verbose", options.stats,
-                       "Tell characters, bytes, seconds and throughput at the end, on standard error");
-    transcode.footer(footer());
-
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& outcome) {
-        std::ostringstream out;
-        std::ostringstream err;
-        const bool asked = app.exit(outcome, out, err) == 0; // for help or the version
-        std::fputs(err.str().c_str(), stderr);
-        if (!asked) {
-            return brimtool::kFailure;
-        }
-        brimtool::OutputFile output("-");
-        output.write(out.str());
-        output.commit();
-        return brimtool::kDone;
+    app.footer("Each subcommand has a --help of its own.");
+    std::vector<brimtool::Subcommand> subcommands;
+    for (const auto& add : kAdders) {
+        subcommands.push_back(add(app));
     }
-    return brimtool::transcode(options);
+    try {
+        app.parse(brimtool::parsableArguments(argc, argv));
+    } catch (const CLI::ParseError& outcome) {
+        return answer(app, outcome);
+    }
+    return std::find_if(subcommands.begin(), subcommands.end(),
+                        [](const brimtool::Subcommand& command) { return command.app->parsed(); })
+        ->run();
+}
+
+// The host's part of the library's start-up.
+void adoptLocale() {
+    constexpr int kUtf8 = 65001;
+    std::setlocale(LC_CTYPE, "");
+    if (sup::codePageOfName(::nl_langinfo(CODESET)) == kUtf8) {
+        OSAbstraction::g_clientCodePage = kUtf8;
+    }
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
+    brimtool::showLoadMessages();
     std::signal(SIGPIPE, SIG_IGN); // a closed pipe is an error of write(2)
-    std::setlocale(LC_CTYPE, "");
+    adoptLocale();
     try {
         return run(argc, argv);
     } catch (const std::exception& error) {

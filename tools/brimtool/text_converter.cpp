@@ -1,20 +1,14 @@
 #include "text_converter.h"
 
-#include "Utility/Generic/Portable/transcodercache.h"
-#include "code_pages.h"
-
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
 namespace brimtool {
 
 namespace {
 
-using sup::transcodeimpl::GetTranscoderCache;
-
-constexpr std::size_t kFailed = static_cast<std::size_t>(-1);
 constexpr wchar_t kReplacementCharacter = L'\xFFFD';
+constexpr wchar_t kQuestionMark = L'?'; // where the encoding lacks the other
 
 // Plain sums, which the compiler makes vector loops of.
 std::uint64_t countLines(const wchar_t* units, std::size_t count) {
@@ -34,132 +28,107 @@ std::uint64_t countCharacters(const wchar_t* units, std::size_t count) {
     return count - secondHalves;
 }
 
-std::string hexBytes(const char* bytes, std::size_t length) {
-    std::string text;
-    for (std::size_t i = 0; i < length; ++i) {
-        char hex[4];
-        std::snprintf(hex, sizeof(hex), i == 0 ? "%02X" : " %02X", static_cast<unsigned char>(bytes[i]));
-        text += hex;
-    }
-    return text;
-}
-
-// "U+1F600" for one character of one or two units.
-std::string codePointText(const wchar_t* units, std::size_t count) {
-    auto value = static_cast<unsigned int>(units[0]);
-    if (count == 2) {
-        value = 0x10000U + ((value & 0x3FFU) << 10) + (static_cast<unsigned int>(units[1]) & 0x3FFU);
-    }
-    char text[16];
-    std::snprintf(text, sizeof(text), "U+%04X", value);
-    return text;
-}
-
 } // namespace
 
-// What the encoder meets that the target page lacks.
-struct TextConverter::Untranslatable {
-    bool lossy;
-    std::uint64_t count = 0;
-    // The first: the character, and where its bytes would have gone.
-    const wchar_t* first = nullptr;
-    std::size_t units = 0;
-    const char* output = nullptr;
-};
-
-std::size_t TextConverter::onUntranslatable(void* param, const wchar_t* src, std::size_t srcLen, char* dst,
-                                            std::size_t dstLen) {
-    auto& met = *static_cast<Untranslatable*>(param);
-    if (met.count++ == 0) {
-        met.first = src;
-        met.units = srcLen;
-        met.output = dst;
-    }
-    if (!met.lossy || dstLen == 0) {
-        return kFailed;
-    }
-    *dst = '?';
-    return 1;
-}
-
-TextConverter::TextConverter(int from, int to, bool lossy)
-    : m_fromPage(from), m_toPage(to), m_lossy(lossy), m_from(*GetTranscoderCache()->Find(from)),
-      m_to(*GetTranscoderCache()->Find(to)), m_judge(makeJudge(from)),
-      m_outputRoom(kInputLength * m_to.getMultibyteFactor()), m_input(new char[kInputLength]),
-      m_wide(new wchar_t[kInputLength]), m_output(new char[m_outputRoom]) {
-    char replacement[8];
-    const std::size_t length = m_to.unicodeToMultibyte(&kReplacementCharacter, 1, replacement,
-                                                       sizeof(replacement), nullptr, nullptr, nullptr);
-    m_replacement.assign(replacement, length);
-}
-
-TextConverter::~TextConverter() = default;
+TextConverter::TextConverter(const Encoding& from, const Encoding& to, bool lossy)
+    : m_fromEncoding(from), m_toEncoding(to), m_lossy(lossy), m_encoder(to.makeEncoder()),
+      m_decoder(from.makeDecoder(!m_encoder->isComplete())), m_outputRoom(m_encoder->roomFor(kInputLength)),
+      m_input(new char[kInputLength]), m_wide(new wchar_t[kInputLength]), m_output(new char[m_outputRoom]) {}
 
 bool TextConverter::convert(std::size_t length) { return convertInput(m_carried + length, false); }
 
-bool TextConverter::finish() { return convertInput(m_carried, true); }
+bool TextConverter::finish() {
+    if (!convertInput(m_carried, true) || !encode(m_decoder->finish(m_wide.get()), 0)) {
+        return false;
+    }
+    reserveOutput(m_encoder->roomFor(0));
+    m_outputLength += m_encoder->finish(m_output.get() + m_outputLength, m_outputRoom - m_outputLength);
+    return true;
+}
 
 bool TextConverter::convertInput(std::size_t length, bool last) {
     m_outputLength = 0;
     std::size_t at = 0;
     while (at != length) {
-        const Judge::Verdict verdict = m_judge->judge(m_input.get() + at, length - at);
-        if (!convertWellFormed(m_input.get() + at, verdict.wellFormed)) {
+        const char* const text = m_input.get() + at;
+        const Decoder::Step step = m_decoder->decode(text, length - at, m_wide.get(), kInputLength);
+        if (!encode(step.units, step.bytes)) {
             return false;
         }
-        at += verdict.wellFormed;
-        if (verdict.rest == 0 || (verdict.cut && !last)) {
+        at += step.bytes;
+        if (step.cut && !last) {
             break;
         }
-        if (!replaceMalformed(m_input.get() + at, verdict.rest, verdict.cut)) {
+        if (step.rest != 0 && !replaceMalformed(text + step.bytes, step.rest, step.cut)) {
             return false;
         }
-        at += verdict.rest;
+        at += step.rest;
     }
     m_carried = length - at;
     std::memmove(m_input.get(), m_input.get() + at, m_carried);
     return true;
 }
 
-bool TextConverter::convertWellFormed(const char* text, std::size_t length) {
-    if (length == 0) {
-        return true;
-    }
+bool TextConverter::encode(std::size_t units, std::size_t bytes) {
     const wchar_t* const wide = m_wide.get();
-    std::size_t units = m_from.multibyteToUnicode(text, length, m_wide.get(), kInputLength, nullptr);
-
-    Untranslatable met{m_lossy};
-    char* const output = m_output.get() + m_outputLength;
-    const std::size_t bytes = m_to.unicodeToMultibyte(wide, units, output, m_outputRoom - m_outputLength,
-                                                      nullptr, onUntranslatable, &met);
-    // Room is never short, so a conversion that failed was ended by the callback.
-    const bool stopped = bytes == kFailed;
-    if (met.count != 0) {
-        const auto before = static_cast<std::size_t>(met.first - wide);
-        note({m_position.bytes + m_judge->bytesOf(wide, before), m_position.lines + countLines(wide, before)},
-             codePointText(met.first, met.units) + " does not exist in " + nameOfCodePage(m_toPage));
-        units = stopped ? before : units;
+    std::size_t done = 0;
+    bool stopped = false;
+    while (done != units && !stopped) {
+        const Encoder::Step step = put(wide + done, units - done);
+        done += step.units;
+        if (step.lacking == 0) {
+            continue;
+        }
+        if (!m_problem) {
+            note({m_position.bytes + m_decoder->bytesOf(wide, done),
+                  m_position.lines + countLines(wide, done)},
+                 m_toEncoding.describeLacking(wide + done, step.lacking));
+        }
+        stopped = !m_lossy;
+        if (m_lossy) {
+            put(&kQuestionMark, 1);
+            ++m_unconvertible;
+            done += step.lacking;
+        }
     }
-    m_unconvertible += met.count;
-    m_outputLength += stopped ? static_cast<std::size_t>(met.output - output) : bytes;
-    m_position.bytes += stopped ? m_judge->bytesOf(wide, units) : length;
-    m_position.lines += countLines(wide, units);
-    m_characters += countCharacters(wide, units);
+    m_position.bytes += stopped ? m_decoder->bytesOf(wide, done) : bytes;
+    m_position.lines += countLines(wide, done);
+    m_characters += countCharacters(wide, done);
     return !stopped;
 }
 
 bool TextConverter::replaceMalformed(const char* sequence, std::size_t length, bool cut) {
-    note(m_position, "malformed " + nameOfCodePage(m_fromPage) + " (" + hexBytes(sequence, length) + ")" +
-                         (cut ? ", cut off by the end of the text" : ""));
+    note(m_position, m_fromEncoding.describeMalformed(sequence, length, cut));
     if (!m_lossy) {
         return false;
     }
-    std::memcpy(m_output.get() + m_outputLength, m_replacement.data(), m_replacement.size());
-    m_outputLength += m_replacement.size();
+    if (put(&kReplacementCharacter, 1).lacking != 0) {
+        put(&kQuestionMark, 1);
+    }
     m_position.bytes += length;
     ++m_characters;
     ++m_malformed;
     return true;
+}
+
+Encoder::Step TextConverter::put(const wchar_t* units, std::size_t count) {
+    reserveOutput(m_encoder->roomFor(count));
+    const Encoder::Step step =
+        m_encoder->encode(units, count, m_output.get() + m_outputLength, m_outputRoom - m_outputLength);
+    m_outputLength += step.bytes;
+    return step;
+}
+
+// Grows for encodings only whose bytes stand for several units each.
+void TextConverter::reserveOutput(std::size_t more) {
+    if (more <= m_outputRoom - m_outputLength) {
+        return;
+    }
+    const std::size_t room = std::max(m_outputLength + more, 2 * m_outputRoom);
+    std::unique_ptr<char[]> larger(new char[room]);
+    std::memcpy(larger.get(), m_output.get(), m_outputLength);
+    m_output = std::move(larger);
+    m_outputRoom = room;
 }
 
 void TextConverter::note(const Position& at, std::string description) {

@@ -1,13 +1,13 @@
-// Converts a text of any length from one code page to another, piece by piece, in memory of a fixed size.
+// Converts a text of any length from one encoding to another, piece by piece, in memory of a fixed size.
 //
 //   while (n = read(converter.room(), converter.roomLength())) { converter.convert(n);
 //   write(converter.output()); } converter.finish(); write(converter.output());
 //
-// Each piece is judged first; only its well-formed part goes through the library's transcoders. A character
-// that the end of a piece cuts waits at the front of the buffer for the next piece.
+// A character that the end of a piece cuts waits at the front of the buffer for the next piece.
 #pragma once
 
-#include "judge.h"
+#include "coders.h"
+#include "encoding.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -15,10 +15,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-
-namespace sup::transcodeimpl {
-class TranscoderImplBase;
-}
 
 namespace brimtool {
 
@@ -36,9 +32,8 @@ struct Problem {
 
 class TextConverter {
 public:
-    /// Both are built-in code pages. `lossy` writes replacement characters where it would stop otherwise.
-    TextConverter(int from, int to, bool lossy);
-    ~TextConverter();
+    /// `lossy` writes replacement characters where it would stop otherwise.
+    TextConverter(const Encoding& from, const Encoding& to, bool lossy);
 
     /// Where the next piece goes, and how much of it there may be.
     char* room() noexcept { return m_input.get() + m_carried; }
@@ -61,27 +56,24 @@ public:
     std::uint64_t unconvertible() const noexcept { return m_unconvertible; }
 
 private:
-    using Transcoder = sup::transcodeimpl::TranscoderImplBase;
-    struct Untranslatable;
-
     static constexpr std::size_t kPieceLength = std::size_t{64} * 1024;
-    static constexpr std::size_t kInputLength = kPieceLength + Judge::kLongestCut;
-
-    static std::size_t onUntranslatable(void* param, const wchar_t* src, std::size_t srcLen, char* dst,
-                                        std::size_t dstLen);
+    static constexpr std::size_t kInputLength = kPieceLength + Decoder::kLongestCut;
+    static_assert(Decoder::kLongestEnd <= kInputLength);
 
     bool convertInput(std::size_t length, bool last);
-    bool convertWellFormed(const char* text, std::size_t length);
+    /// Encodes the units that the decoder made of `bytes` bytes.
+    bool encode(std::size_t units, std::size_t bytes);
     bool replaceMalformed(const char* sequence, std::size_t length, bool cut);
+    /// Adds to the output what the encoder makes of the units.
+    Encoder::Step put(const wchar_t* units, std::size_t count);
+    void reserveOutput(std::size_t more);
     void note(const Position& at, std::string description);
 
-    int m_fromPage;
-    int m_toPage;
+    Encoding m_fromEncoding;
+    Encoding m_toEncoding;
     bool m_lossy;
-    const Transcoder& m_from;
-    const Transcoder& m_to;
-    std::unique_ptr<Judge> m_judge;
-    std::string m_replacement; // of malformed sequences, in the target page
+    std::unique_ptr<Encoder> m_encoder;
+    std::unique_ptr<Decoder> m_decoder;
 
     std::size_t m_outputRoom;
     std::unique_ptr<char[]> m_input;

@@ -1,10 +1,12 @@
 #include "transcode.h"
 
-#include "code_pages.h"
+#include "encoding.h"
 #include "io.h"
 #include "output_file.h"
 #include "progress.h"
 #include "text_converter.h"
+
+#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <chrono>
@@ -12,12 +14,39 @@
 #include <cstdint>
 #include <cstdio>
 #include <iterator>
+#include <memory>
 #include <optional>
+#include <string>
 #include <unistd.h>
+#include <vector>
 
 namespace brimtool {
 
 namespace {
+
+constexpr const char* kFooter =
+    R"(A code page is a number or a name, as brimtool codepages lists them; ANSI is the code page of the locale.
+iconv:NAME is an encoding of the system's iconv, as iconv --list names them. A byte-order mark is a character
+like any other: it is neither added nor taken away, except by encodings of iconv's that do so.
+
+Examples:
+  brimtool transcode --from iso-8859-7 --to utf-8 greek.txt -o greek.utf8.txt
+  brimtool transcode --from iconv:ISO-2022-JP --to utf-8 < mail.txt
+
+Exit status: 0 when all was converted (or, with --lossy, replaced); 1 when the input is malformed or
+a character does not exist in the target page, the first one told with its file, byte (from 0) and
+line (from 1); 2 for wrong usage and for files that cannot be read or written. A file named with -o
+appears, or changes, only when all went well, so it may be one of the inputs.)";
+
+struct Options {
+    std::string from;
+    std::string to;
+    std::string output = "-";
+    std::vector<std::string> inputs; // none means standard input
+    bool lossy = false;
+    bool quiet = false;
+    bool stats = false;
+};
 
 // Where each input starts in the concatenation of all.
 struct InputStart {
@@ -48,12 +77,10 @@ std::uint64_t totalSize(const std::vector<std::string>& inputs) {
     return total;
 }
 
-std::optional<int> findOrExplain(const std::string& page, const char* option) {
-    const std::optional<int> found = findCodePage(page);
+std::optional<Encoding> findOrExplain(const std::string& text, const char* option) {
+    std::optional<Encoding> found = Encoding::find(text);
     if (!found) {
-        std::fprintf(stderr,
-                     "brimtool: %s: there is no code page \"%s\" (brimtool transcode --help lists them)\n",
-                     option, page.c_str());
+        std::fprintf(stderr, "brimtool: %s: %s\n", option, Encoding::explainUnknown(text).c_str());
     }
     return found;
 }
@@ -74,11 +101,9 @@ void printStats(std::uint64_t characters, std::uint64_t bytesIn, std::uint64_t b
                  seconds > 0 ? static_cast<double>(bytesIn) / seconds / 1e6 : 0.0);
 }
 
-} // namespace
-
-ExitStatus transcode(const TranscodeOptions& options) {
-    const std::optional<int> from = findOrExplain(options.from, "--from");
-    const std::optional<int> to = findOrExplain(options.to, "--to");
+ExitStatus transcode(const Options& options) {
+    const std::optional<Encoding> from = findOrExplain(options.from, "--from");
+    const std::optional<Encoding> to = findOrExplain(options.to, "--to");
     if (!from || !to) {
         return kFailure;
     }
@@ -136,6 +161,27 @@ ExitStatus transcode(const TranscodeOptions& options) {
         printStats(converter.characters(), bytesIn, bytesOut, duration.count());
     }
     return going ? kDone : kNotConverted;
+}
+
+} // namespace
+
+Subcommand addTranscode(CLI::App& app) {
+    const auto options = std::make_shared<Options>();
+    CLI::App& command = *app.add_subcommand("transcode", "Convert text from one code page to another.");
+    addText(command, "-f,--from", options->from, "Code page of the input")->required()->type_name("CODEPAGE");
+    addText(command, "-t,--to", options->to, "Code page of the output")->required()->type_name("CODEPAGE");
+    addText(command, "-o,--output", options->output, "Where the text goes; - is standard output, the default")
+        ->type_name("FILE");
+    addTexts(command, "FILE", options->inputs,
+             "Inputs, converted as one text; - is standard input, the default")
+        ->type_name("");
+    command.add_flag("-l,--lossy", options->lossy,
+                     "Write replacement characters for what cannot be converted, and tell how many");
+    command.add_flag("-q,--quiet", options->quiet, "No progress on the terminal, no count of replacements");
+    command.add_flag("--stats,--verbose", options->stats,
+                     "Tell characters, bytes, seconds and throughput at the end, on standard error");
+    command.footer(kFooter);
+    return {&command, [options] { return transcode(*options); }};
 }
 
 } // namespace brimtool
