@@ -262,10 +262,13 @@ Case makeCase(const std::string& format, Args... args) {
             [=] { return libraryFormat(format.c_str(), args...); }};
 }
 
-// Runs all cases in one child a locale and compares them one by one; returns how many were compared.
-std::size_t compareWithTheLibrary(const std::vector<Case>& cases, const char* locale) {
+// Runs all cases in one child, which `prepare` may change, and compares them one by one; returns how many
+// were compared.
+std::size_t compareWithTheLibrary(
+    const std::vector<Case>& cases, const char* locale, void (*prepare)() = [] {}) {
     constexpr const char* kEnd = "\n<<end of case>>\n";
     const std::string output = printed(locale, [&] {
+        prepare();
         for (const Case& one : cases) {
             one.print();
             DiagnosticLine().text(kEnd);
@@ -509,18 +512,82 @@ TEST(DiagnosticLine, LeavesTheStreamNarrow) {
     EXPECT_EQ(result.output, "wide narrow format 5\nhost 1\n");
 }
 
-const brimtest::FreshProcess kWideHost("WideHost", [] {
-    std::fwide(stdout, 1);
-    std::wprintf(L"before ");
-    DiagnosticLine().text(L"lost").text("lost");
-    std::wprintf(L"after %d", std::fwide(stdout, 0) > 0 ? 1 : 0);
-});
+// What `body` prints in a child whose standard output the host made wide.
+template <class Body>
+std::string printedWide(const char* locale, Body body) {
+    return printed(locale, [&] {
+        brimtest::renewStandardOutput();
+        std::fwide(stdout, 1);
+        body();
+        std::fflush(stdout);
+    });
+}
 
-TEST(DiagnosticLine, IsLostOnAStreamThatTheHostMadeWide) {
-    // As printf is; the host's own wide output goes on.
-    const brimtest::ChildResult result = kWideHost.run();
-    EXPECT_EQ(result.exitCode(), 0) << result;
-    EXPECT_EQ(result.output, "before after 1");
+TEST(DiagnosticLine, AppearsInOrderOnAStreamThatTheHostMadeWide) {
+    for (const char* const locale : kLocales) {
+        const std::string output = printedWide(locale, [] {
+            std::wprintf(L"before ");
+            DiagnosticLine().text("narrow \xC3\xA9 ").text(L"wide ").number(-5).text("\n");
+            std::wprintf(L"between ");
+            formatLine("%d %ls %s\n", 7, L"wide", "narrow");
+            std::wprintf(L"after %d", std::fwide(stdout, 0) > 0 ? 1 : 0);
+        });
+        EXPECT_EQ(output, "before narrow \xC3\xA9 wide -5\nbetween 7 wide narrow\nafter 1");
+    }
+}
+
+TEST(DiagnosticLine, ShowsTheSameTextsOnAWideStream) {
+    for (const WideText& wide : kWideTexts) {
+        const auto print = [&wide] {
+            DiagnosticLine().text("<").text(wide.text).text(">");
+            formatLine("<%ls|%S>", wide.text, wide.text);
+        };
+        for (const char* const locale : kLocales) {
+            EXPECT_EQ(printedWide(locale, print), printed(locale, print));
+        }
+    }
+}
+
+TEST(DiagnosticLineFormat, PrintsTheBytesOfPrintfOnAWideStreamToo) {
+    constexpr const char* kTextConversions[] = {"s"};
+    std::vector<Case> cases;
+    const auto add = [&](const auto& conversions, const auto& values) {
+        for (const char* const conversion : conversions) {
+            for (const auto value : values) {
+                const std::string end = std::string(conversion) + "]";
+                cases.push_back(makeCase("[%" + end, value));
+                cases.push_back(makeCase("[%-20" + end, value));
+                cases.push_back(makeCase("[%*.*" + end, 12, 7, value));
+            }
+        }
+    };
+    add(kIntegers, kIntegerValues);
+    add(kLongs, kLongValues);
+    add(kDoubles, kDoubleValues);
+    add(kLongDoubles, kLongDoubleValues);
+    add(kTextConversions, kStringValues);
+    add(kWideStrings, kWideValues);
+    add(kWideCharacters, kWideCharacterValues);
+    cases.push_back(makeCase("[%c][%3c]", 'c', 0));
+    cases.push_back(makeCase("[%p][%20p]", static_cast<const void*>(kLocales), static_cast<void*>(nullptr)));
+    cases.push_back(makeCase("[%%] no directive", 0));
+    cases.push_back(makeCase("%2$ls %1$d", 5, L"five"));
+    const auto renew = [] {
+        brimtest::renewStandardOutput();
+        std::fwide(stdout, 1);
+    };
+    EXPECT_GT(compareWithTheLibrary(cases, "C", renew), cases.size() * 8 / 10);
+    EXPECT_EQ(compareWithTheLibrary(cases, "C.UTF-8", renew), cases.size());
+}
+
+TEST(DiagnosticLineFormat, PrintsTheErrorOfTheCallOnAWideStreamToo) {
+    EXPECT_EQ(printedWide("C",
+                          [] {
+                              std::wprintf(L"before ");
+                              errno = ENOENT;
+                              formatLine("%s %m", "first:");
+                          }),
+              "before first: No such file or directory");
 }
 
 TEST(DiagnosticLine, IsFlushedTogetherWithWhatWasPrintedBefore) {

@@ -137,6 +137,10 @@ TEST(SUPExceptionSupport, PrintsAndAbortsDuringStaticInitialisation) {
               "too early\n");
 }
 
+// Not constant, so that compilers do not check the arguments against them.
+const char* g_emptyFormat = "";
+const char* g_noFormat = nullptr;
+
 struct Fallback {
     const char* name;
     void (*report)();
@@ -157,7 +161,7 @@ constexpr Fallback kFallbacks[] = {
     {"format without directives",
      [] { SUPExceptionSupport::throwErrorMessage(kFile, kLine, "plain", kOsError); },
      "File server/some/Source.cpp, line 321. Error during static initilaization.\nplain"},
-    {"empty format", [] { SUPExceptionSupport::throwErrorMessage(kFile, kLine, "", kOsError); },
+    {"empty format", [] { SUPExceptionSupport::throwErrorMessage(kFile, kLine, g_emptyFormat, kOsError, 0); },
      "File server/some/Source.cpp, line 321. Error during static initilaization.\n"},
     {"format with arguments",
      [] {
@@ -210,7 +214,7 @@ TEST(WithoutAHandler, EveryReportPrintsItsTextAndAborts) {
 
 TEST(WithoutAHandler, ANullFormatPrintsABackspaceAndFaults) {
     const brimtest::ChildResult result = withoutHandler(
-        [] { SUPExceptionSupport::throwErrorMessage(kFile, kLine, nullptr, kOsError, 1L, L"x"); });
+        [] { SUPExceptionSupport::throwErrorMessage(kFile, kLine, g_noFormat, kOsError, 1L, L"x"); });
     EXPECT_EQ(result.output,
               "File server/some/Source.cpp, line 321. Error during static initilaization.\n\bAborting.\n");
     EXPECT_TRUE(result.signal() == SIGILL || result.signal() == SIGTRAP || result.signal() == SIGSEGV)
@@ -308,11 +312,11 @@ TEST(WithAHandler, AnInternalMessageMayHaveNoArgumentsOrMany) {
         int m_n;
     };
     Sum none(0);
-    SUPExceptionSupport::throwErrorMessage(kFile, kLine, "", kOsError);
+    SUPExceptionSupport::throwErrorMessage(kFile, kLine, "none", kOsError);
     EXPECT_EQ(none.longs, 0);
     Sum ten(10);
-    SUPExceptionSupport::throwErrorMessage(kFile, kLine, "", kOsError, 1L, .5, 2L, .5, 3L, .5, 4L, .5, 5L, .5,
-                                           6L, .5, 7L, .5, 8L, .5, 9L, .5, 10L, .5);
+    SUPExceptionSupport::throwErrorMessage(kFile, kLine, g_emptyFormat, kOsError, 1L, .5, 2L, .5, 3L, .5, 4L,
+                                           .5, 5L, .5, 6L, .5, 7L, .5, 8L, .5, 9L, .5, 10L, .5);
     EXPECT_EQ(ten.longs, 55);
     EXPECT_EQ(ten.doubles, 5.0);
 }
