@@ -1,5 +1,6 @@
 // Random variables and directory trees: each directory operation against a small model of its own.
 #include "environment_test_support.h"
+#include "path_model.h"
 
 #include <gtest/gtest.h>
 
@@ -13,26 +14,13 @@
 #include <vector>
 
 using brimtest::answers;
+using brimtest::cleanedPath;
 using brimtest::DirectoryOperation;
 using brimtest::show;
 using brimtest::Tree;
 using brimtest::Variables;
 
 namespace {
-
-std::string cleaned(const std::string& path) {
-    std::string result;
-    for (std::size_t i = 0; i < path.size(); ++i) {
-        result += path[i];
-        if (path.compare(i, 2, "//") == 0) {
-            ++i;
-        }
-    }
-    if (!result.empty() && result.back() == '/') {
-        result.pop_back();
-    }
-    return result;
-}
 
 struct Answer {
     bool isReal;
@@ -52,27 +40,27 @@ public:
         if (!m_home) {
             for (const char* const name : {"HX_PRODUCT_HOME", "VANTA_HX_HOME"}) {
                 if (const auto value = get(name)) {
-                    return kept(m_home, {true, cleaned(*value)});
+                    return kept(m_home, {true, cleanedPath(*value)});
                 }
             }
             const auto vanta = get("VANTA_HOME");
             if (!vanta || !isDirectory(*vanta + "/hx/hxfoundation/server/bin")) {
                 return {false, vanta ? *vanta : "/vanta/home"};
             }
-            return kept(m_home, {true, cleaned(*vanta + "/hx")});
+            return kept(m_home, {true, cleanedPath(*vanta + "/hx")});
         }
         return *m_home;
     }
     Answer vantaHome() {
         if (const auto vanta = get("VANTA_HOME")) {
-            return isDirectory(*vanta + "/hxfoundation/server/bin") ? Answer{true, cleaned(*vanta)}
+            return isDirectory(*vanta + "/hxfoundation/server/bin") ? Answer{true, cleanedPath(*vanta)}
                                                                     : Answer{false, "/vanta/home"};
         }
         if (const auto value = get("VANTA_HX_HOME")) {
-            std::string path = cleaned(*value);
+            std::string path = cleanedPath(*value);
             path.resize(path.size() > 2 ? path.size() - 3 : path.size());
             if (isDirectory(path)) {
-                return {true, cleaned(path)};
+                return {true, cleanedPath(path)};
             }
         }
         return {false, "/vanta/home"};
@@ -83,16 +71,16 @@ public:
         }
         if (const auto value = get("VANTA_INSTANCE")) {
             kept(m_instance, {true, *value});
-            return {true, cleaned(*value)};
+            return {true, cleanedPath(*value)};
         }
-        return {false, cleaned(temp() + "/vanta/instance")};
+        return {false, cleanedPath(temp() + "/vanta/instance")};
     }
     Answer domain() {
         if (m_domain) {
             return *m_domain;
         }
         const auto value = get("DOMAIN_HOME");
-        return kept(m_domain, {value.has_value(), cleaned(value ? *value : temp())});
+        return kept(m_domain, {value.has_value(), cleanedPath(value ? *value : temp())});
     }
     Answer componentName() {
         if (m_component) {
@@ -101,36 +89,37 @@ public:
         const auto value = get("COMPONENT_NAME");
         return value ? kept(m_component, {true, *value}) : Answer{false, defaultName};
     }
-    Answer bin() { return {true, cleaned(home().path + "/hxfoundation/server/bin")}; }
-    Answer locale() { return {true, cleaned(home().path + "/hxfoundation/server/locale")}; }
+    Answer bin() { return {true, cleanedPath(home().path + "/hxfoundation/server/bin")}; }
+    Answer locale() { return {true, cleanedPath(home().path + "/hxfoundation/server/locale")}; }
     Answer root() {
         const auto value = get("VANTA_HX_ROOTDIR");
-        return value ? Answer{true, cleaned(*value)} : Answer{false, cleaned(home().path + "/hxfoundation")};
+        return value ? Answer{true, cleanedPath(*value)}
+                     : Answer{false, cleanedPath(home().path + "/hxfoundation")};
     }
     Answer program() {
         const Answer base = root();
         const bool hasServer = isDirectory(base.path + "/server");
-        return {base.isReal, cleaned(base.path + (hasServer ? "/server" : ""))};
+        return {base.isReal, cleanedPath(base.path + (hasServer ? "/server" : ""))};
     }
     Answer timeZone() {
         const auto value = get("TIMEZONE_PATH");
         const Answer base = value ? Answer{true, *value} : root();
-        return {base.isReal, cleaned(base.path + "/timezone")};
+        return {base.isReal, cleanedPath(base.path + "/timezone")};
     }
     Answer inDomain(const std::string& rest) {
         const Answer base = domain();
-        return {base.isReal, cleaned(base.path + rest)};
+        return {base.isReal, cleanedPath(base.path + rest)};
     }
     Answer config() {
         const auto value = get("VANTA_HX_CONFIG_DIR");
         if (value && !value->empty()) {
-            return {true, cleaned(*value)};
+            return {true, cleanedPath(*value)};
         }
         return domain().isReal ? inDomain("/config/plxconfig/hxconfig") : Answer{false, ""};
     }
     Answer inConfig(const std::string& rest) {
         const Answer base = config();
-        return {base.isReal, cleaned(base.path + rest)};
+        return {base.isReal, cleanedPath(base.path + rest)};
     }
     Answer componentConfig() {
         const Answer base = config();
@@ -143,13 +132,14 @@ public:
     }
     Answer work(const char* variable, const char* baseVariable, const std::string& name) {
         if (const auto value = get(variable)) {
-            return {true, cleaned(*value)};
+            return {true, cleanedPath(*value)};
         }
         if (const auto base = get(baseVariable)) {
-            return isDirectory(*base) ? Answer{true, cleaned(*base + "/" + componentName().path + "/" + name)}
-                                      : Answer{false, ""};
+            return isDirectory(*base)
+                       ? Answer{true, cleanedPath(*base + "/" + componentName().path + "/" + name)}
+                       : Answer{false, ""};
         }
-        return {true, cleaned(inComponent("").path + "/" + name)};
+        return {true, cleanedPath(inComponent("").path + "/" + name)};
     }
 
 private:

@@ -1,242 +1,28 @@
-// sup::ByteString against a model: random edits of a handful of strings that share blocks, then every string
-// is compared with what the model says about its text, its block and who shares it.
+// Random edits of byte strings that share.
 #include "Utility/Generic/Portable/SUPBString.h"
 
-#include "bytestring_test_support.h"
+#include "bytestring_session.h"
+#include "wide_texts.h"
 
 #include <gtest/gtest.h>
-
-#include <array>
-#include <memory>
-#include <set>
-#include <sstream>
 
 namespace {
 
 using namespace brimtest;
 
 template <class T>
-struct ModelBlock {
-    std::basic_string<T> text;
-    unsigned int width;
-    std::size_t capacity;
-};
+class ByteStringModelTest : public ByteStringTestOf<T> {};
+TYPED_TEST_SUITE(ByteStringModelTest, CharacterTypes, CharacterTypeNames);
 
-// A string as the rules describe it; no block is the null string.
-template <class T>
-class Model {
-public:
-    using Text = std::basic_string<T>;
-
-    Model() = default;
-    explicit Model(const Text& text) {
-        if (!text.empty()) {
-            m_block = std::make_shared<ModelBlock<T>>(ModelBlock<T>{text, widthOf(text), text.size()});
-        }
-    }
-    Model(std::size_t capacity, unsigned int width)
-        : m_block(std::make_shared<ModelBlock<T>>(ModelBlock<T>{Text(), width, capacity})) {}
-
-    Text text() const { return m_block == nullptr ? Text() : m_block->text; }
-    const ModelBlock<T>* block() const { return m_block.get(); }
-    int references() const { return static_cast<int>(m_block.use_count()); }
-
-    void append(const Model& other) {
-        if (other.text().empty()) {
-            return;
-        }
-        if (text().empty()) {
-            *this = Model(other);
-            return;
-        }
-        Model joined(text() + other.text());
-        joined.m_block->width = std::max(m_block->width, other.m_block->width);
-        *this = joined;
-    }
-    void clear() {
-        if (references() == 1) {
-            m_block->text.clear();
-        } else {
-            m_block.reset();
-        }
-    }
-    void reserve(std::size_t n) {
-        if (m_block == nullptr && n != 0) {
-            *this = Model(n, 1);
-        } else if (m_block != nullptr && (references() > 1 || m_block->capacity < n)) {
-            m_block = std::make_shared<ModelBlock<T>>(*m_block);
-            m_block->capacity = std::max(n, m_block->text.size());
-        }
-    }
-    Model substr(std::size_t pos, std::size_t n) const {
-        return Model(pos < text().size() ? text().substr(pos, n) : Text());
-    }
-    void assign(const Model& other, std::size_t n) {
-        *this = n != 0 && n >= other.text().size() ? Model(other) : other.substr(0, n);
-    }
-
-private:
-    std::shared_ptr<ModelBlock<T>> m_block;
-};
-
-template <class T>
-class ByteStringModel : public ByteStringTestOf<T> {};
-TYPED_TEST_SUITE(ByteStringModel, CharacterTypes, CharacterTypeNames);
-
-constexpr std::size_t kStrings = 6;
-
-template <class T>
-class Pairs {
-public:
-    using B = sup::ByteString<T>;
-    using Text = std::basic_string<T>;
-
-    explicit Pairs(unsigned int seed) : m_random(seed), m_liveBefore(RecordingAllocator::liveBlocks()) {}
-
-    void step() {
-        const std::size_t i = below(kStrings);
-        const std::size_t j = below(kStrings);
-        B& b = m_strings[i];
-        Model<T>& m = m_models[i];
-        // Texts grow by appending; a long one is cut to its first characters.
-        if (b.length() > 300) {
-            b.assign(b, 40);
-            m.assign(m, 40);
-            return;
-        }
-        const Text text = someText();
-        const T c = randomText<T>(m_random, 1, below(3) != 0)[0];
-        const std::size_t n = below(12) == 0 ? B::npos - below(2) : below(b.length() + 4);
-        const std::size_t pos = below(12) == 0 ? B::npos - below(2) : below(b.length() + 4);
-        switch (below(19)) {
-        case 0:
-            b.assign(text.data(), text.size());
-            m = Model<T>(text);
-            break;
-        case 1:
-            b = text.c_str();
-            m = Model<T>(Text(text.c_str()));
-            break;
-        case 2:
-            b.assign(text.data(), text.data() + text.size());
-            m = Model<T>(text);
-            break;
-        case 3:
-        case 4:
-            b = m_strings[j];
-            m = Model<T>(m_models[j]);
-            break;
-        case 5:
-            b.assign(m_strings[j], n);
-            m.assign(Model<T>(m_models[j]), n);
-            break;
-        case 6:
-            b = B(m_strings[j], n);
-            m.assign(Model<T>(m_models[j]), n);
-            break;
-        case 7:
-        case 8:
-            b += m_strings[j];
-            m.append(Model<T>(m_models[j]));
-            break;
-        case 9:
-            b.append(text.data(), text.size());
-            m.append(Model<T>(text));
-            break;
-        case 10:
-            b += text.c_str();
-            m.append(Model<T>(Text(text.c_str())));
-            break;
-        case 11:
-            b.push_back(c);
-            m.append(Model<T>(Text(1, c)));
-            break;
-        case 12:
-            b.append(text.size(), c);
-            m.append(Model<T>(Text(text.size(), c)));
-            break;
-        case 13:
-            b.clear();
-            m.clear();
-            break;
-        case 14:
-            b.reserve(text.size());
-            m.reserve(text.size());
-            break;
-        case 15: {
-            const unsigned int width = below(2) == 0 ? 1U : static_cast<unsigned int>(sizeof(T));
-            b = B(text.size(), width);
-            m = Model<T>(text.size(), width);
-            break;
-        }
-        case 16:
-            b = m_strings[j].substr(pos, n);
-            m = m_models[j].substr(pos, n);
-            break;
-        case 17:
-            b = sup::String<T>(m_strings[j]);
-            m = Model<T>(m_models[j].text());
-            break;
-        default:
-            b.swap(m_strings[j]);
-            std::swap(m, m_models[j]);
-            break;
-        }
-    }
-
-    void check() {
-        std::set<const void*> blocks;
-        for (std::size_t i = 0; i < kStrings; ++i) {
-            const B& b = m_strings[i];
-            const Model<T>& m = m_models[i];
-            if (m.block() == nullptr) {
-                ASSERT_TRUE(isNull(b)) << i;
-            } else {
-                ASSERT_TRUE(isBlockOf(b, m.text(), m.block()->width, m.block()->capacity, m.references()))
-                    << i;
-                blocks.insert(b.diagnosticGetSharedRepresentation());
-            }
-            const Text text = m.text();
-            ASSERT_EQ(b.length(), text.size());
-            ASSERT_EQ(b.empty(), text.empty());
-            ASSERT_EQ(b.hash(), hashOf(text));
-            ASSERT_EQ(Text(b.begin(), b.end()), text);
-            ASSERT_EQ(copyOf(b.toString()), text);
-            const std::size_t other = below(kStrings);
-            ASSERT_EQ(shareOneBlock(b, m_strings[other]),
-                      m.block() != nullptr && m.block() == m_models[other].block());
-            ASSERT_EQ(B::equals(b, m_strings[other]), text == m_models[other].text());
-            if (!text.empty()) {
-                const std::size_t pos = below(text.size());
-                const T c = text[below(text.size())];
-                const std::size_t found = text.find(c, pos);
-                ASSERT_EQ(b.find(c, pos), found == Text::npos ? text.size() : found);
-                const Text part = text.substr(below(text.size()), 1 + below(3)).c_str();
-                const std::size_t partFound = text.find(part, pos);
-                ASSERT_EQ(b.find(part.c_str(), pos), partFound == Text::npos ? text.size() : partFound);
-            }
-        }
-        ASSERT_EQ(RecordingAllocator::liveBlocks() - m_liveBefore, static_cast<long>(blocks.size()));
-    }
-
-private:
-    std::size_t below(std::size_t n) { return m_random() % n; }
-    Text someText() { return randomText<T>(m_random, below(4) == 0 ? below(60) : below(6), below(3) != 0); }
-
-    std::mt19937 m_random;
-    long m_liveBefore;
-    std::array<B, kStrings> m_strings;
-    std::array<Model<T>, kStrings> m_models;
-};
-
-TYPED_TEST(ByteStringModel, RandomEditsOfStringsThatShare) {
+TYPED_TEST(ByteStringModelTest, RandomEditsOfStringsThatShare) {
     for (unsigned int seed = 2210; seed < 2230; ++seed) {
         SCOPED_TRACE(seed);
-        Pairs<TypeParam> pairs(seed);
+        RandomTexts choices(seed);
+        ByteStringSession<TypeParam, RandomTexts> session(choices);
         for (int i = 0; i < 1500; ++i) {
             SCOPED_TRACE(i);
-            pairs.step();
-            pairs.check();
+            session.step();
+            session.check();
             if (this->HasFatalFailure()) {
                 return;
             }

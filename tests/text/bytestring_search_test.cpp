@@ -8,6 +8,7 @@
 #include <clocale>
 #include <cstdint>
 #include <cwctype>
+#include <random>
 #include <string>
 #include <vector>
 

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <iterator>
 #include <limits>
+#include <random>
 #include <type_traits>
 #include <utility>
 #include <vector>

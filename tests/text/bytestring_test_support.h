@@ -12,7 +12,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <random>
 #include <string>
 
 namespace brimtest {
@@ -123,9 +122,9 @@ sup::ByteString<T> emptyWithBlock(unsigned int width = 1) {
 }
 
 // Characters of all kinds: of one byte only, or of any value when `narrow` is false (which may happen to
-// fit).
-template <class T>
-std::basic_string<T> randomText(std::mt19937& random, std::size_t n, bool narrow = true) {
+// fit). `random` gives numbers up to 255 or more.
+template <class T, class Random>
+std::basic_string<T> randomText(Random& random, std::size_t n, bool narrow = true) {
     static constexpr std::int64_t kWide[] = {0x100, 0x130, 0x20AC, 0xFFFF, 0x10FFFF, 0x7FFFFFFF, -1, -256};
     std::basic_string<T> text;
     for (std::size_t i = 0; i < n; ++i) {

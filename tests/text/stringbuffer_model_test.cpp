@@ -1,13 +1,12 @@
-// String buffers under random operations, compared with a standard string and a simple rule for the capacity.
+// String buffers under random operations.
 #include "Utility/Generic/Portable/StringBuffer.h"
 
-#include "stringbuffer_test_support.h"
+#include "stringbuffer_session.h"
+#include "wide_texts.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstddef>
-#include <cstdint>
 #include <new>
 #include <random>
 #include <string>
@@ -16,240 +15,32 @@ namespace {
 
 using namespace brimtest;
 
-template <class T>
-struct Model {
-    std::basic_string<T> text;
-    std::size_t capacity;
-
-    void room(std::size_t needed) {
-        if (needed > capacity) {
-            capacity = grownCapacity(needed);
-        }
-    }
-    void append(const std::basic_string<T>& more) {
-        room(text.size() + more.size());
-        text += more;
-    }
-    void append(const std::basic_string<T>& more, std::size_t granted) {
-        room(text.size() + granted);
-        text += more;
-    }
-};
-
-template <std::size_t N, class T>
-class Exercise {
-public:
-    explicit Exercise(unsigned int seed) : m_random(seed), m_model{{}, N} {}
-
-    void run(int steps) {
-        for (int step = 0; step < steps; ++step) {
-            const auto operation = m_random() % 22;
-            apply(operation);
-            ASSERT_EQ(textOf<T>(m_buffer), m_model.text) << "step " << step << ", operation " << operation;
-            ASSERT_EQ(m_buffer.length(), m_model.text.size())
-                << "step " << step << ", operation " << operation;
-            ASSERT_EQ(m_buffer.capacity(), m_model.capacity)
-                << "step " << step << ", operation " << operation;
-            ASSERT_EQ(m_buffer.empty(), m_model.text.empty());
-            ASSERT_EQ(m_buffer.appendBufferCapacity(), m_model.capacity - m_model.text.size());
-            if (m_random() % 4 == 0) {
-                ASSERT_EQ(m_buffer.c_str()[m_model.text.size()], T());
-            }
-        }
-    }
-
-private:
-    // Mostly short, now and then longer than several growths.
-    std::size_t size() { return m_random() % (m_random() % 16 == 0 ? 600 : 24); }
-    std::size_t upTo(std::size_t n) { return m_random() % (n + 1); }
-    T character() { return static_cast<T>("abcdefghijklmno\0"[m_random() % 16]); }
-    std::basic_string<T> text() {
-        std::basic_string<T> made(size(), T());
-        std::generate(made.begin(), made.end(), [this] { return character(); });
-        return made;
-    }
-    std::basic_string<T> textWithoutZeros() {
-        std::basic_string<T> made = text();
-        std::replace(made.begin(), made.end(), T(), static_cast<T>('z'));
-        return made;
-    }
-
-    void apply(std::uint_fast32_t operation) {
-        const std::size_t length = m_model.text.size();
-        if (length > 3000) {
-            m_buffer.clear();
-            m_model.text.clear();
-            return;
-        }
-        const std::uint64_t number = std::uint64_t{m_random()} << 32U | m_random();
-        switch (operation) {
-        case 0: {
-            const auto made = textWithoutZeros();
-            m_buffer.append(made.c_str());
-            m_model.append(made);
-            break;
-        }
-        case 1: {
-            const auto made = text();
-            m_buffer.append(made.data(), made.size());
-            m_model.append(made);
-            break;
-        }
-        case 2: {
-            const auto made = text();
-            m_buffer.append(sup::String<T>(made.data(), made.size()));
-            m_model.append(made);
-            break;
-        }
-        case 3: {
-            const auto made = text();
-            const std::size_t n = size();
-            m_buffer.append(sup::String<T>(made.data(), made.size()), n);
-            m_model.append(made.substr(0, n));
-            break;
-        }
-        case 4: {
-            const std::size_t n = size();
-            const T c = character();
-            m_buffer.append(n, c);
-            m_model.append(std::basic_string<T>(n, c));
-            break;
-        }
-        case 5: {
-            const auto made = text();
-            m_buffer.append(RefStringTemplate<T>(made.data(), made.size()));
-            m_model.append(made);
-            break;
-        }
-        case 6:
-            m_buffer.append(m_buffer);
-            m_model.append(std::basic_string<T>(m_model.text));
-            break;
-        case 7: {
-            const std::size_t start = upTo(length);
-            const std::size_t n = upTo(length - start);
-            m_buffer.append(m_buffer.begin() + start, n);
-            m_model.append(m_model.text.substr(start, n));
-            break;
-        }
-        case 8: {
-            sup::StringBufferTemplate<8, T> other;
-            const auto made = text();
-            other.append(made.data(), made.size());
-            m_buffer.append(other);
-            m_model.append(made);
-            break;
-        }
-        case 9:
-            m_buffer.appendNumberAsDecimal(static_cast<int>(number));
-            m_model.append(formatted(chooseText<T>("%d", L"%d"), static_cast<int>(number)), 32);
-            break;
-        case 10:
-            m_buffer.appendNumberAsDecimal(static_cast<unsigned int>(number));
-            m_model.append(formatted(chooseText<T>("%u", L"%u"), static_cast<unsigned int>(number)), 32);
-            break;
-        case 11:
-            m_buffer.appendNumberAsDecimal(static_cast<long>(number));
-            m_model.append(formatted(chooseText<T>("%lld", L"%lld"), static_cast<long long>(number)), 64);
-            break;
-        case 12:
-            m_buffer.appendNumberAsDecimal(static_cast<unsigned long>(number));
-            m_model.append(formatted(chooseText<T>("%llu", L"%llu"), static_cast<unsigned long long>(number)),
-                           64);
-            break;
-        case 13:
-            m_buffer.appendNumberAsHex(static_cast<unsigned int>(number));
-            m_model.append(formatted(chooseText<T>("%x", L"%x"), static_cast<unsigned int>(number)), 32);
-            break;
-        case 14: {
-            const std::size_t granted = 24 + size();
-            m_buffer.appendFormatted(granted, chooseText<T>("<%lu>", L"<%lu>"),
-                                     static_cast<unsigned long>(number));
-            m_model.append(formatted(chooseText<T>("<%lu>", L"<%lu>"), static_cast<unsigned long>(number)),
-                           granted);
-            break;
-        }
-        case 15: {
-            const std::size_t offset = upTo(length);
-            const auto made = text().substr(0, length - offset);
-            m_buffer.replace(offset, made.data(), made.size());
-            m_model.text.replace(offset, made.size(), made);
-            break;
-        }
-        case 16: {
-            const std::size_t offset = upTo(length);
-            const auto made = text().substr(0, length - offset);
-            m_buffer.replace(offset, sup::String<T>(made.data(), made.size()));
-            m_model.text.replace(offset, made.size(), made);
-            break;
-        }
-        case 17: {
-            const std::size_t start = upTo(length);
-            const std::size_t n = m_random() % 8 == 0 ? kNone : size();
-            m_buffer.erase(start, n);
-            m_model.text.erase(start, n);
-            break;
-        }
-        case 18: {
-            const std::size_t n = m_random() % 2 == 0 ? upTo(length) : length + size();
-            const T c = character();
-            m_buffer.resize(n, c);
-            m_model.room(n);
-            m_model.text.resize(n, c);
-            break;
-        }
-        case 19: {
-            const std::size_t n = upTo(length + size());
-            m_buffer.reserve(n);
-            m_model.room(n);
-            break;
-        }
-        case 20: {
-            const auto made = text();
-            const std::size_t asked = made.size() + size();
-            T* const chunk = m_buffer.getAppendBuffer(asked);
-            std::copy(made.begin(), made.end(), chunk);
-            m_buffer.commitAppendBuffer(made.size());
-            m_model.append(made, asked);
-            break;
-        }
-        default: {
-            // Away to another buffer and back.
-            sup::StringBufferTemplate<32, T> other(static_cast<const BufferBase<T>&>(m_buffer));
-            const sup::StringBufferTemplate<N, T> copy(m_buffer);
-            m_buffer = m_random() % 2 == 0 ? static_cast<const BufferBase<T>&>(other) : copy;
-            break;
-        }
-        }
-    }
-
-    std::mt19937 m_random;
-    sup::StringBufferTemplate<N, T> m_buffer;
-    Model<T> m_model;
-};
-
 template <std::size_t N, class T>
 void exercise() {
     for (unsigned int seed = 1; seed <= 40; ++seed) {
         SCOPED_TRACE(::testing::Message() << "seed " << seed << ", inline size " << N);
-        Exercise<N, T>(seed).run(500);
-        if (::testing::Test::HasFatalFailure()) {
-            return;
+        RandomTexts choices(seed);
+        StringBufferSession<N, T, RandomTexts> session(choices);
+        for (int step = 0; step < 500 && !::testing::Test::HasFatalFailure(); ++step) {
+            SCOPED_TRACE(step);
+            session.step();
         }
     }
 }
 
 template <class T>
-class StringBufferModel : public BalancedTest {};
-TYPED_TEST_SUITE(StringBufferModel, CharacterTypes, CharacterTypeNames);
+class StringBufferModelTest : public BalancedTest {};
+TYPED_TEST_SUITE(StringBufferModelTest, CharacterTypes, CharacterTypeNames);
 
-TYPED_TEST(StringBufferModel, RandomOperationsOnATinyInlineArray) { exercise<1, TypeParam>(); }
-TYPED_TEST(StringBufferModel, RandomOperationsOnASmallInlineArray) { exercise<16, TypeParam>(); }
-TYPED_TEST(StringBufferModel, RandomOperationsOnAnInlineArrayOfAHeapBlocksSize) { exercise<63, TypeParam>(); }
-TYPED_TEST(StringBufferModel, RandomOperationsOnAnInlineArrayOf256) { exercise<256, TypeParam>(); }
-TYPED_TEST(StringBufferModel, RandomOperationsOnALargeInlineArray) { exercise<511, TypeParam>(); }
+TYPED_TEST(StringBufferModelTest, RandomOperationsOnATinyInlineArray) { exercise<1, TypeParam>(); }
+TYPED_TEST(StringBufferModelTest, RandomOperationsOnASmallInlineArray) { exercise<16, TypeParam>(); }
+TYPED_TEST(StringBufferModelTest, RandomOperationsOnAnInlineArrayOfAHeapBlocksSize) {
+    exercise<63, TypeParam>();
+}
+TYPED_TEST(StringBufferModelTest, RandomOperationsOnAnInlineArrayOf256) { exercise<256, TypeParam>(); }
+TYPED_TEST(StringBufferModelTest, RandomOperationsOnALargeInlineArray) { exercise<511, TypeParam>(); }
 
-TYPED_TEST(StringBufferModel, RandomAppendsWithRefusedMemoryLeaveTheTextAlone) {
+TYPED_TEST(StringBufferModelTest, RandomAppendsWithRefusedMemoryLeaveTheTextAlone) {
     for (unsigned int seed = 1; seed <= 40; ++seed) {
         std::mt19937 random(seed);
         sup::StringBufferTemplate<16, TypeParam> buffer;

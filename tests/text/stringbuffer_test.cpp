@@ -272,7 +272,7 @@ TYPED_TEST(StringBuffer, SizesThatNoBlockCanHaveAreNotRequested) {
             EXPECT_THROW(buffer.getAppendBuffer(n), std::bad_alloc) << n;
             EXPECT_THROW(buffer.reserve(n), std::bad_alloc) << n;
             EXPECT_THROW(buffer.resize(n, CHARACTER('x')), std::bad_alloc) << n;
-            EXPECT_THROW(buffer.appendFormatted(n, TEXT("x")), std::bad_alloc) << n;
+            EXPECT_THROW(buffer.appendFormatted(n, TEXT("%c"), 'x'), std::bad_alloc) << n;
         }
         EXPECT_TRUE(log.empty());
         EXPECT_EQ(Snapshot<TypeParam>(buffer), snapshot);
@@ -606,13 +606,13 @@ TYPED_TEST(StringBuffer, FormattedTextIsAppended) {
 TYPED_TEST(StringBuffer, FormattingMakesTheRoomThatIsGranted) {
     sup::StringBufferTemplate<16, TypeParam> buffer;
     AllocationLog log;
-    buffer.appendFormatted(16, TEXT("ab"));
+    buffer.appendFormatted(16, TEXT("a%c"), 'b');
     EXPECT_TRUE(log.empty());
-    buffer.appendFormatted(14, TEXT("c"));
+    buffer.appendFormatted(14, TEXT("%c"), 'c');
     EXPECT_TRUE(log.empty());
-    buffer.appendFormatted(14, TEXT("d"));
+    buffer.appendFormatted(14, TEXT("%c"), 'd');
     EXPECT_TRUE(askedForCapacity<TypeParam>(log, 63));
-    buffer.appendFormatted(60, TEXT("e"));
+    buffer.appendFormatted(60, TEXT("%c"), 'e');
     EXPECT_EQ(buffer.capacity(), 127U);
     EXPECT_EQ(textOf<TypeParam>(buffer), TEXT("abcde"));
 }

@@ -1,6 +1,8 @@
 // TranscoderUsingTable against a tree that grows as the rows say, and against whole published code pages.
 #include "transcoderusingtable.h"
 
+#include "usingtable_model.h"
+
 #include <gtest/gtest.h>
 
 #include <iconv.h>
@@ -15,105 +17,15 @@
 #include <random>
 #include <string>
 #include <string_view>
-#include <vector>
 
 using namespace sup::transcodeimpl;
+using brimtest::decoded;
+using brimtest::encoded;
+using brimtest::TableRow;
+using brimtest::transcoderOf;
+using brimtest::UsingTableModel;
 
 namespace {
-
-struct Row {
-    wchar_t unit;
-    std::string bytes;
-    UMBMDirection direction;
-};
-
-std::unique_ptr<TranscoderImplBase> transcoderOf(const std::deque<Row>& rows, std::size_t identityCount) {
-    std::vector<UnicodeMultibyteMapping> table;
-    for (const Row& row : rows) {
-        table.push_back(
-            {row.unit, row.bytes.data(), static_cast<unsigned int>(row.bytes.size()) & 0xFU, row.direction});
-    }
-    table.push_back({0, nullptr, 0, kCP_End});
-    return std::unique_ptr<TranscoderImplBase>(
-        TranscoderUsingTable::CreateTranscoderTable(table.data(), identityCount));
-}
-
-std::wstring decoded(const TranscoderImplBase& transcoder, std::string_view bytes) {
-    std::wstring units(bytes.size(), L'x');
-    units.resize(
-        transcoder.multibyteToUnicode(bytes.data(), bytes.size(), units.data(), units.size(), nullptr));
-    return units;
-}
-
-std::string encoded(const TranscoderImplBase& transcoder, std::wstring_view units) {
-    std::string bytes(units.size() * 4, 'x');
-    bytes.resize(transcoder.unicodeToMultibyte(units.data(), units.size(), bytes.data(), bytes.size(),
-                                               nullptr, nullptr, nullptr));
-    return bytes;
-}
-
-class Model {
-public:
-    Model(const std::deque<Row>& rows, unsigned int identityCount) {
-        for (unsigned int byte = 0; byte < identityCount; ++byte) {
-            m_start.next[static_cast<char>(byte)].unit = static_cast<wchar_t>(byte);
-        }
-        for (const Row& row : rows) {
-            if (row.direction != kCP_MBToUnicode) {
-                m_bytes[row.unit] = row.bytes;
-            }
-            if (row.direction != kCP_UnicodeToMB) {
-                Node* node = &m_start;
-                for (const char byte : row.bytes) {
-                    node->unit.reset();
-                    node = &node->next[byte];
-                }
-                *node = Node();
-                node->unit = row.unit;
-            }
-        }
-    }
-
-    std::wstring decoded(std::string_view bytes) const {
-        std::wstring units;
-        const Node* node = &m_start;
-        for (const char byte : bytes) {
-            const auto next = node->next.find(byte);
-            if (next != node->next.end() && !next->second.unit) {
-                node = &next->second;
-                continue;
-            }
-            units += next == node->next.end() ? L'?' : *next->second.unit;
-            node = &m_start;
-        }
-        return node == &m_start ? units : units + L'?';
-    }
-    std::string encoded(std::wstring_view units) const {
-        std::string bytes;
-        for (std::size_t i = 0; i < units.size(); ++i) {
-            const auto known = m_bytes.find(units[i]);
-            if (units[i] < 0x80) {
-                bytes += static_cast<char>(units[i]);
-            } else if (known != m_bytes.end()) {
-                bytes += known->second;
-            } else {
-                bytes += '?';
-                const bool isPair = units[i] >= 0xD800 && units[i] <= 0xDBFF && i + 1 < units.size() &&
-                                    units[i + 1] >= 0xDC00 && units[i + 1] <= 0xDFFF;
-                i += isPair ? 1 : 0;
-            }
-        }
-        return bytes;
-    }
-
-private:
-    struct Node {
-        std::optional<wchar_t> unit; // none: a lead byte
-        std::map<char, Node> next;
-    };
-    Node m_start;
-    std::map<wchar_t, std::string> m_bytes;
-};
 
 // Few bytes and units, so that rows collide.
 TEST(TranscoderUsingTableModel, AgreesOnRandomTables) {
@@ -127,13 +39,13 @@ TEST(TranscoderUsingTableModel, AgreesOnRandomTables) {
             std::generate(bytes.begin(), bytes.end(), [&] { return kBytes[random() % kBytes.size()]; });
             return bytes;
         };
-        std::deque<Row> rows;
+        std::deque<TableRow> rows;
         for (std::size_t count = random() % 30; count > 0; --count) {
             rows.push_back({kUnits[random() % std::size(kUnits)], someBytes(1 + random() % 4),
                             static_cast<UMBMDirection>(random() % 3)});
         }
         const unsigned int identityCount = random() % 2 == 0 ? 128 : static_cast<unsigned>(random() % 257);
-        const Model model(rows, identityCount);
+        const UsingTableModel model(rows, identityCount);
         const auto transcoder = transcoderOf(rows, identityCount);
         for (int text = 0; text < 50; ++text) {
             const std::string bytes = someBytes(random() % 20);
@@ -223,7 +135,7 @@ protected:
 
     std::map<std::string, wchar_t> m_units;
     std::map<wchar_t, std::string> m_bytes;
-    std::deque<Row> m_rows;
+    std::deque<TableRow> m_rows;
     std::unique_ptr<TranscoderImplBase> m_transcoder;
 };
 
@@ -258,7 +170,7 @@ TEST_P(PublishedPage, EncodesEveryUnit) {
 }
 
 TEST_P(PublishedPage, AgreesWithTheModelOnRandomBytes) {
-    const Model model(m_rows, 128);
+    const UsingTableModel model(m_rows, 128);
     constexpr unsigned int kSeed = 4402;
     std::mt19937 random(kSeed);
     for (int round = 0; round < 300; ++round) {

@@ -60,6 +60,18 @@ TEST(ConvertCommandArgumentsUTF8, ConvertsEachArgument) {
     BaseStringUtil::ReleaseCommandArgumentsUTF8(argc, arguments);
 }
 
+TEST(ConvertCommandArgumentsUTF8, EachEndsInAZeroThoughASequenceIsCut) {
+    std::vector<std::string> texts = {"ab\xE2", "\xF0\x9F\x98", "ab\xF0\x9F", "\xE2"};
+    const std::vector<std::wstring> expected = {L"ab", L"\xD83D\xDE00", L"ab", L""};
+    std::vector<char*> argv = pointersTo(texts);
+    const int argc = static_cast<int>(argv.size());
+    wchar_t** const arguments = BaseStringUtil::ConvertCommandArgumentsUTF8(argc, argv.data());
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        EXPECT_EQ(std::wstring(arguments[i]), expected[i]) << i;
+    }
+    BaseStringUtil::ReleaseCommandArgumentsUTF8(argc, arguments);
+}
+
 TEST(ConvertCommandArgumentsUTF8, TakesThemForUtf8WhateverTheCodePage) {
     const RecordingManager manager;
     std::vector<std::string> texts = {"\xC3\xA9"};

@@ -3,6 +3,7 @@
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
 
 #include "CaseFolding.h"
+#include "case_model.h"
 #include "child_process.h"
 #include "guarded_buffer.h"
 #include "test_locale.h"
@@ -25,64 +26,14 @@
 namespace {
 
 using brimtest::brim;
+using brimtest::compareTrimming;
+using brimtest::compareWithoutCase;
+using brimtest::lower;
+using brimtest::mappedText;
 using brimtest::plain;
 using brimtest::RandomTexts;
-
-bool isBlank(wchar_t c) { return std::iswspace(static_cast<std::wint_t>(c)) != 0; }
-wchar_t lower(wchar_t c) { return static_cast<wchar_t>(std::towlower(static_cast<std::wint_t>(c))); }
-wchar_t upper(wchar_t c) { return static_cast<wchar_t>(std::towupper(static_cast<std::wint_t>(c))); }
-
-std::wstring mapped(std::wstring text, wchar_t (*map)(wchar_t)) {
-    std::transform(text.begin(), text.end(), text.begin(), map);
-    return text;
-}
-
-// ---- Models -----------------------------------------------------------------------------------------------
-
-std::wstring trimmed(std::wstring text, bool atStart, bool atEnd) {
-    while (atStart && !text.empty() && isBlank(text.front())) {
-        text.erase(0, 1);
-    }
-    while (atEnd && !text.empty() && isBlank(text.back())) {
-        text.pop_back();
-    }
-    return text;
-}
-
-bool less(const std::wstring& a, const std::wstring& b) {
-    for (std::size_t i = 0;; ++i) {
-        const wchar_t left = a.c_str()[i];
-        const wchar_t right = b.c_str()[i];
-        if (left == 0 || right == 0) {
-            return left == 0 && right != 0;
-        }
-        if (lower(left) != lower(right)) {
-            return static_cast<std::uint32_t>(lower(left)) < static_cast<std::uint32_t>(lower(right));
-        }
-    }
-}
-
-void compareWithModels(const std::wstring& a, const std::wstring& b) {
-    SCOPED_TRACE(::testing::PrintToString(a) + " and " + ::testing::PrintToString(b));
-    const BrimString left = brim(a);
-    const BrimString right = brim(b);
-    const bool match = mapped(a, lower) == mapped(b, lower);
-    EXPECT_EQ(BaseStringUtil::IsCaseInsensitiveMatch(left, right), match);
-    EXPECT_EQ(BaseStringUtil::IsCaseInsensitiveLessThan(left, right), less(a, b));
-    EXPECT_EQ(BaseStringUtil::CaseInsensitiveCompare(left, right), less(a, b) ? -1 : match ? 0 : 1);
-    const std::wstring aText = a.c_str();
-    const std::wstring bText = b.c_str();
-    EXPECT_EQ(BaseStringUtil::IsNTSCaseInsensitiveMatch(a.c_str(), b.c_str()),
-              mapped(aText, lower) == mapped(bText, lower));
-    EXPECT_EQ(BaseStringUtil::IsNTSCaseInsensitiveLessThan(a.c_str(), b.c_str()), less(a, b));
-    EXPECT_EQ(sup::operator<(left, right), std::wcscmp(a.c_str(), b.c_str()) < 0);
-    EXPECT_EQ(BaseStringUtil::FileNameCompare(a.c_str(), b.c_str()) < 0,
-              std::wcscmp(a.c_str(), b.c_str()) < 0);
-    EXPECT_EQ(BaseStringUtil::FileNameCompare(a.c_str(), b.c_str()) == 0, aText == bText);
-    EXPECT_EQ(BaseStringUtil::IsMatch(left, right), a == b);
-    EXPECT_EQ(BaseStringUtil::CaseInsensitiveFindPattern(left, right),
-              !a.empty() && mapped(a, lower).find(mapped(b, lower)) != std::wstring::npos);
-}
+using brimtest::trimmed;
+using brimtest::upper;
 
 void compareEveryCharacterWithTheCLibrary() {
     std::wstring all;
@@ -92,11 +43,11 @@ void compareEveryCharacterWithTheCLibrary() {
     all += L"\U0001F600\U00010400\U0010FFFF";
     std::wstring buffer(all.size() + 1, L'#');
     BaseStringUtil::ToLowerCase(all.c_str(), buffer.data());
-    EXPECT_TRUE(std::wstring(buffer.c_str()) == mapped(all, lower));
+    EXPECT_TRUE(std::wstring(buffer.c_str()) == mappedText(all, lower));
     BaseStringUtil::ToUpperCase(all.c_str(), buffer.data());
-    EXPECT_TRUE(std::wstring(buffer.c_str()) == mapped(all, upper));
-    EXPECT_TRUE(plain(BaseStringUtil::ToLowerCase(brim(all))) == mapped(all, lower));
-    EXPECT_TRUE(plain(BaseStringUtil::ToUpperCase(brim(all))) == mapped(all, upper));
+    EXPECT_TRUE(std::wstring(buffer.c_str()) == mappedText(all, upper));
+    EXPECT_TRUE(plain(BaseStringUtil::ToLowerCase(brim(all))) == mappedText(all, lower));
+    EXPECT_TRUE(plain(BaseStringUtil::ToUpperCase(brim(all))) == mappedText(all, upper));
     for (const wchar_t c : all) {
         const std::wstring text = {c, L'x', c};
         ASSERT_EQ(plain(BaseStringUtil::TrimBoth(brim(text))), trimmed(text, true, true))
@@ -109,11 +60,12 @@ void compareAtRandom(std::uint64_t seed, std::wstring_view alphabet) {
     for (int i = 0; i < 6000 && !::testing::Test::HasFailure(); ++i) {
         SCOPED_TRACE(::testing::Message() << "seed " << seed << ", round " << i);
         const std::wstring a = random.text(alphabet, 8);
-        std::wstring b = random.flip() ? random.text(alphabet, 8) : mapped(a, random.flip() ? lower : upper);
+        std::wstring b =
+            random.flip() ? random.text(alphabet, 8) : mappedText(a, random.flip() ? lower : upper);
         if (random.below(4) == 0 && !b.empty()) {
             b = b.substr(random.below(b.size()), random.below(b.size() + 1));
         }
-        compareWithModels(a, b);
+        compareWithoutCase(a, b);
     }
 }
 
@@ -150,12 +102,8 @@ TEST(Trim, AgreesWithTheModelOnRandomTexts) {
     RandomTexts random(kSeed);
     for (int i = 0; i < 5000; ++i) {
         const std::wstring text = random.text(L"  \t\n\u2003\u00A0ab", 9);
-        const BrimString given = brim(text);
-        ASSERT_EQ(plain(BaseStringUtil::TrimBoth(given)), trimmed(text, true, true)) << "seed " << kSeed;
-        ASSERT_EQ(plain(BaseStringUtil::TrimTrailingBlanks(given)), trimmed(text, false, true))
-            << "seed " << kSeed;
-        ASSERT_EQ(plain(BaseStringUtil::CleanLeadingBlanksInString(given)), trimmed(text, true, false))
-            << "seed " << kSeed;
+        SCOPED_TRACE(::testing::Message() << "seed " << kSeed << ", round " << i);
+        compareTrimming(text);
     }
 }
 
@@ -325,9 +273,9 @@ void foldBlocks(std::uint64_t seed, std::wstring_view alphabet) {
             const wchar_t* const src = guarded(source, text);
             wchar_t* const dst = target.lastFenced(n, L'#');
             ASSERT_EQ(lowerFold.fold(src, n, dst), dst + n);
-            ASSERT_EQ(std::wstring(dst, n), mapped(text, lower)) << "seed " << seed;
+            ASSERT_EQ(std::wstring(dst, n), mappedText(text, lower)) << "seed " << seed;
             upperFold.fold(src, n, dst);
-            ASSERT_EQ(std::wstring(dst, n), mapped(text, upper)) << "seed " << seed;
+            ASSERT_EQ(std::wstring(dst, n), mappedText(text, upper)) << "seed " << seed;
             ASSERT_TRUE(target.fenceIsWhole(n, L'#'));
         }
     }
@@ -340,7 +288,7 @@ void compareBlocks(std::uint64_t seed, std::wstring_view alphabet) {
     brimtest::GuardedBuffer<wchar_t> right(kLongest);
     const sup::LowerCaseFold fold;
     for (std::size_t n = 0; n <= kLongest; ++n) {
-        const std::wstring text = mapped(random.textOf(alphabet, n), lower);
+        const std::wstring text = mappedText(random.textOf(alphabet, n), lower);
         for (std::size_t place = 0; place <= n; ++place) {
             std::wstring other(text);
             for (wchar_t& c : other) {
@@ -380,10 +328,10 @@ TEST(CaseBlocks, AreAsByTheCLibraryAtEveryLength) {
 const std::wstring kMixed = L"iI\u0131\u0130\u00C9\u00E9\u0416\u0436xyzXYZ";
 
 bool isAsByTheCLibrary() {
-    return plain(BaseStringUtil::ToLowerCase(brim(kMixed))) == mapped(kMixed, lower) &&
-           plain(BaseStringUtil::ToUpperCase(brim(kMixed))) == mapped(kMixed, upper) &&
+    return plain(BaseStringUtil::ToLowerCase(brim(kMixed))) == mappedText(kMixed, lower) &&
+           plain(BaseStringUtil::ToUpperCase(brim(kMixed))) == mappedText(kMixed, upper) &&
            BaseStringUtil::IsCaseInsensitiveMatch(brim(L"\u00C9I"), brim(L"\u00E9i")) ==
-               (mapped(L"\u00C9I", lower) == mapped(L"\u00E9i", lower));
+               (mappedText(L"\u00C9I", lower) == mappedText(L"\u00E9i", lower));
 }
 
 TEST(CaseAndLocale, FollowsEveryChange) {
@@ -439,7 +387,7 @@ TEST(CaseAndLocale, ThreadsMayFillTheTablesTogether) {
             for (wchar_t c = 0x2400; c < 0x4000; c += 0x10) {
                 text += c;
             }
-            EXPECT_EQ(plain(BaseStringUtil::ToUpperCase(brim(text))), mapped(text, upper));
+            EXPECT_EQ(plain(BaseStringUtil::ToUpperCase(brim(text))), mappedText(text, upper));
         });
     }
     for (std::thread& thread : threads) {

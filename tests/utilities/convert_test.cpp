@@ -237,6 +237,17 @@ TEST(ToWideString, EndsAtTheFirstZeroWhereNoLengthIsGiven) {
     EXPECT_EQ(viewOf(BaseStringUtil::StringToStdString(WideString(L"a\0b", 3), kUtf8)), "a");
 }
 
+// The result's length is the count less one, whatever became of the terminator.
+TEST(ToWideString, LosesACharacterWhereACutSequenceTookTheTerminator) {
+    EXPECT_EQ(viewOf(BaseStringUtil::StringFrom("ab\xE2", kUtf8)), L"a");
+    EXPECT_EQ(viewOf(BaseStringUtil::StringFrom("ab\xE2\x82", kUtf8)), L"ab");
+    EXPECT_EQ(viewOf(BaseStringUtil::StringFrom("\xE2", kUtf8)), L"");
+    EXPECT_EQ(viewOf(BaseStringUtil::StdStringToString(NarrowString("ab\xE2"), kUtf8)), L"a");
+    WideString out;
+    BaseStringUtil::StdStringToString("ab\xE2", 3, out, kUtf8);
+    EXPECT_EQ(viewOf(out), L"ab") << "a length has no terminator";
+}
+
 TEST(ToWideString, AsksNoConverterForALengthOfZeroOrAnEmptyString) {
     const RecordingManager manager;
     WideString out(L"before");
@@ -351,6 +362,28 @@ TEST(FillingABuffer, GivesTheTextWithItsZeroOrTheEmptyText) {
         }
         for (const FillNarrow& form : kFillNarrow) {
             expectWholeOrEmpty(form, sample.units, sample.bytes, sample.page);
+        }
+    }
+}
+
+// Sequences that the end cuts, and the text of each with the terminator that it took.
+const struct {
+    const char* bytes;
+    const wchar_t* units;
+} kCutTexts[] = {
+    {"ab\xE2", L"ab"}, {"ab\xF0\x9F", L"ab"},  {"ab\xE2\x82", L"ab\x2080"}, {"\xF0\x9F\x98", L"\xD83D\xDE00"},
+    {"\xE2", L""},     {"ab\xC3", L"ab\xFFFD"}};
+
+TEST(FillingABuffer, EndsInAZeroWhereACutSequenceTookTheTerminator) {
+    for (const auto& row : kCutTexts) {
+        const std::wstring units = row.units;
+        for (std::size_t capacity = 1; capacity <= 8; ++capacity) {
+            GuardedBuffer<wchar_t> buffer(8);
+            wchar_t* const dst = buffer.lastFenced(capacity, L'x');
+            BaseStringUtil::StdStringToString(row.bytes, dst, asUnsigned(capacity), kUtf8);
+            ASSERT_EQ(std::wstring(dst), capacity > units.size() ? units : L"") << capacity;
+            BaseStringUtil::StdStringToString(NarrowString(row.bytes), dst, asUnsigned(capacity), kUtf8);
+            ASSERT_EQ(std::wstring(dst), capacity > units.size() ? units : L"") << capacity;
         }
     }
 }

@@ -1,6 +1,7 @@
 // URI, Base64, XML and quote escapes, next to models that read like their descriptions.
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
 
+#include "escapes_model.h"
 #include "kernel_levels.h"
 #include "test_locale.h"
 #include "wide_texts.h"
@@ -8,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cwctype>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,11 +16,16 @@
 namespace {
 
 using brimtest::brim;
+using brimtest::Bytes;
+using brimtest::hexDigit;
+using brimtest::kBase64;
+using brimtest::modelBase64;
+using brimtest::modelBase64Decode;
+using brimtest::modelEscapeXml;
+using brimtest::modelUriDecode;
+using brimtest::modelUriEncode;
 using brimtest::plain;
 using brimtest::RandomTexts;
-using Bytes = std::vector<unsigned char>;
-
-constexpr unsigned int kUtf8 = 65001;
 
 std::wstring encoded(std::wstring_view text) { return plain(BaseStringUtil::UriEncode(brim(text))); }
 std::wstring decoded(std::wstring_view text, bool requireMarker = false) {
@@ -47,121 +52,6 @@ Bytes base64Decoded(std::string_view text) {
 }
 std::wstring base64Encoded(std::string_view bytes, bool breakLines = false) {
     return plain(BaseStringUtil::EncodeBase64(bytesOf(bytes), breakLines));
-}
-
-// ---- Models -----------------------------------------------------------------------------------------------
-
-constexpr std::string_view kBase64 = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-
-wchar_t hexDigit(int value) { return static_cast<wchar_t>(value < 10 ? L'0' + value : L'A' + value - 10); }
-
-std::wstring modelUriEncode(const std::wstring& text) {
-    std::wstring out;
-    for (const wchar_t c : text) {
-        const auto code = static_cast<std::wint_t>(c);
-        if (std::iswalnum(code) != 0 ||
-            (c != 0 && std::wstring(L"-.!'()*_~").find(c) != std::wstring::npos)) {
-            out += c;
-        } else if (std::iswspace(code) != 0) {
-            out += L'+';
-        } else {
-            out +=
-                {L'%', hexDigit(static_cast<std::int8_t>(code >> 4)), hexDigit(static_cast<int>(code % 16))};
-        }
-    }
-    return out;
-}
-
-bool isHex(const std::wstring& text, std::size_t at, std::size_t n) {
-    return text.size() >= at + n &&
-           text.substr(at, n).find_first_not_of(L"0123456789abcdefABCDEF") == std::wstring::npos;
-}
-
-std::wstring modelUriDecode(std::wstring text, bool requireMarker) {
-    const std::wstring marker = L"URI-ENCODED<";
-    const bool isMarked = text.substr(0, marker.size()) == marker;
-    if (requireMarker && !isMarked) {
-        return text;
-    }
-    text = isMarked ? text.substr(marker.size()) : text;
-    text = text.substr(0, text.find(L'>'));
-    std::wstring out;
-    std::string run;
-    const auto convert = [&] {
-        BrimString wide;
-        if (!run.empty()) {
-            BaseStringUtil::StdStringToString(run.data(), static_cast<unsigned int>(run.size()), wide, kUtf8);
-        }
-        out += plain(wide);
-        run.clear();
-    };
-    for (std::size_t at = 0; at < text.size();) {
-        if (text[at] == L'%' && isHex(text, at + 1, 2)) {
-            const int byte = std::stoi(text.substr(at + 1, 2), nullptr, 16);
-            at += 3;
-            if (byte != 0 && byte < 0x80 && run.empty()) {
-                out += static_cast<wchar_t>(byte);
-            } else if (byte != 0) {
-                run += static_cast<char>(byte);
-            }
-            if (run.size() == 2048) {
-                convert();
-            }
-            continue;
-        }
-        convert();
-        if (text[at] == L'%' && text.substr(at + 1, 1) == L"u" && isHex(text, at + 2, 4)) {
-            out += static_cast<wchar_t>(std::stoi(text.substr(at + 2, 4), nullptr, 16));
-            at += 6;
-        } else if (text[at] == L'%') {
-            ++at;
-        } else {
-            out += text[at] == L'+' ? L' ' : text[at];
-            ++at;
-        }
-    }
-    convert();
-    return out;
-}
-
-std::wstring modelBase64(const Bytes& bytes, bool breakLines) {
-    std::string bits;
-    for (const unsigned char byte : bytes) {
-        for (int bit = 7; bit >= 0; --bit) {
-            bits += (byte >> bit & 1) != 0 ? '1' : '0';
-        }
-    }
-    bits.resize((bits.size() + 5) / 6 * 6, '0');
-    std::wstring out;
-    for (std::size_t at = 0; at < bits.size(); at += 6) {
-        if (breakLines && at != 0 && at / 6 % 76 == 0) {
-            out += L"\r\n";
-        }
-        out += static_cast<wchar_t>(
-            kBase64[static_cast<std::size_t>(std::stoi(bits.substr(at, 6), nullptr, 2))]);
-    }
-    for (std::size_t quads = bits.size() / 6; quads % 4 != 0; ++quads) {
-        out += L'=';
-    }
-    return out;
-}
-
-Bytes modelBase64Decode(const Bytes& text) {
-    Bytes out;
-    std::string bits;
-    for (const unsigned char c : text) {
-        const std::size_t value = kBase64.find(static_cast<char>(c));
-        if (value == std::string_view::npos) {
-            break;
-        }
-        for (int bit = 5; bit >= 0; --bit) {
-            bits += (value >> bit & 1) != 0 ? '1' : '0';
-        }
-    }
-    for (std::size_t at = 0; at + 8 <= bits.size(); at += 8) {
-        out.push_back(static_cast<unsigned char>(std::stoi(bits.substr(at, 8), nullptr, 2)));
-    }
-    return out;
 }
 
 // ---- UriEncode --------------------------------------------------------------------------------------------
@@ -443,16 +333,7 @@ TEST(EscapeXMLChars, AgreesWithTheModelOnRandomTexts) {
         for (int i = 0; i < 1500; ++i) {
             const std::wstring text = random.text(
                 i % 2 == 0 ? L"abcdefghijklmnopqrstuvwxyz\u00E9\u0426\u043C<" : L"a\"'&<>b\u0426", 600);
-            std::wstring expected;
-            for (const wchar_t c : text) {
-                expected += c == L'"'    ? L"&quot;"
-                            : c == L'\'' ? L"&apos;"
-                            : c == L'&'  ? L"&amp;"
-                            : c == L'<'  ? L"&lt;"
-                            : c == L'>'  ? L"&gt;"
-                                         : std::wstring(1, c);
-            }
-            ASSERT_EQ(plain(BaseStringUtil::EscapeXMLChars(brim(text))), expected)
+            ASSERT_EQ(plain(BaseStringUtil::EscapeXMLChars(brim(text))), modelEscapeXml(text))
                 << "seed " << kSeed << ", round " << i;
         }
     });
