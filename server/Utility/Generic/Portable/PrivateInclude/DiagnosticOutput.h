@@ -26,7 +26,7 @@ public:
     DiagnosticLine& text(const wchar_t* text) noexcept;
     DiagnosticLine& number(long value) noexcept;
     /// As vprintf, with "%ls" as above. Directives with argument positions ("%1$d") are left to vprintf.
-    DiagnosticLine& format(const char* format, va_list args) noexcept;
+    DiagnosticLine& format(const char* format, va_list args) noexcept __attribute__((format(printf, 2, 0)));
 };
 
 } // namespace sup

@@ -1,6 +1,7 @@
 // BaseStringUtil: narrow and wide text. The conversions themselves are SystemUtility's.
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
 
+#include "TerminatedText.h"
 #include "Utility/Generic/Portable/SUPAutobuffer.h"
 #include "Utility/Generic/Portable/SUPExceptionSupport.h"
 #include "Utility/Generic/Portable/SUPOS.h"
@@ -27,13 +28,6 @@ int asInt(std::size_t n) {
 // A conversion's count includes the zero.
 std::size_t lengthOf(int converted) { return converted < 1 ? 0 : static_cast<std::size_t>(converted) - 1; }
 
-template <class T>
-void emptyUnlessConverted(int converted, T* dst) {
-    if (converted < 1) {
-        *dst = T();
-    }
-}
-
 // 3 bytes a character hold everything but whole code points above U+FFFF. 0 when that is not enough.
 int convertAll(const String& src, AutoBuffer<char, 3 * kInline>& buffer, unsigned int codePage) {
     const std::size_t room = 3 * src.length() + 3;
@@ -53,14 +47,14 @@ void BaseStringUtil::StdStringToString(const char* src, unsigned int srcLength, 
     if (src == nullptr || length == 0) {
         return;
     }
-    const int converted = SystemUtility::MultiByteToWideChar(src, length, dst, asInt(capacity), codePage);
     if (length == -1) {
-        emptyUnlessConverted(converted, dst);
-    } else {
-        // Without a terminator so far.
-        const bool fits = converted > 0 && static_cast<unsigned int>(converted) < capacity;
-        dst[fits ? converted : 0] = L'\0';
+        sup::widenTerminated(src, dst, asInt(capacity), codePage);
+        return;
     }
+    const int converted = SystemUtility::MultiByteToWideChar(src, length, dst, asInt(capacity), codePage);
+    // Without a terminator so far.
+    const bool fits = converted > 0 && static_cast<unsigned int>(converted) < capacity;
+    dst[fits ? converted : 0] = L'\0';
 }
 
 void BaseStringUtil::StdStringToString(const char* src, wchar_t* dst, unsigned int capacity,
@@ -76,7 +70,9 @@ void BaseStringUtil::StdStringToString(const NarrowString& src, wchar_t* dst, un
 void BaseStringUtil::StringToStdString(const wchar_t* src, char* dst, unsigned int capacity,
                                        unsigned int codePage) {
     if (dst != nullptr && capacity != 0) {
-        emptyUnlessConverted(SystemUtility::WideCharToMultiByte(src, dst, asInt(capacity), codePage), dst);
+        if (SystemUtility::WideCharToMultiByte(src, dst, asInt(capacity), codePage) < 1) {
+            *dst = '\0';
+        }
     }
 }
 
@@ -175,9 +171,10 @@ wchar_t** BaseStringUtil::ConvertCommandArgumentsUTF8(int argc, char** argv) {
     wchar_t** const arguments = new wchar_t*[count]();
     try {
         for (std::size_t i = 0; i < count; ++i) {
-            const int needed = std::max(SystemUtility::MultiByteToWideChar(argv[i], nullptr, 0, kUtf8), 1);
-            arguments[i] = new wchar_t[static_cast<std::size_t>(needed)]();
-            SystemUtility::MultiByteToWideChar(argv[i], arguments[i], needed, kUtf8);
+            // One more, for the zero of an argument that is cut inside a sequence.
+            const int room = SystemUtility::MultiByteToWideChar(argv[i], nullptr, 0, kUtf8) + 1;
+            arguments[i] = new wchar_t[static_cast<std::size_t>(room)]();
+            sup::widenTerminated(argv[i], arguments[i], room, kUtf8);
         }
     } catch (...) {
         ReleaseCommandArgumentsUTF8(argc, arguments);

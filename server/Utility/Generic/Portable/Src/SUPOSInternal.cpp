@@ -4,6 +4,7 @@
 
 #include "DefaultEventSource.h"
 #include "LoadTime.h"
+#include "TerminatedText.h"
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
 #include "Utility/Generic/Portable/SUPOS.h"
 
@@ -122,8 +123,7 @@ wchar_t* WRAP_wgetcwd(wchar_t* buffer, int length) {
         errno = EINVAL;
         return nullptr;
     }
-    if (SystemUtility::MultiByteToWideChar(narrow, buffer, length, SystemUtility::GetMultiByteCodePage()) <
-        1) {
+    if (sup::widenTerminated(narrow, buffer, length, SystemUtility::GetMultiByteCodePage()) < 1) {
         errno = ERANGE;
         return nullptr;
     }

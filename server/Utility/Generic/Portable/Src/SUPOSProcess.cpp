@@ -183,8 +183,10 @@ namespace {
 // The signals that end or stop a process at its terminal.
 constexpr int kTerminalSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGTSTP, SIGTTIN, SIGTTOU};
 
-volatile std::sig_atomic_t g_terminalSignal = 0;
-volatile std::sig_atomic_t g_signalPipe = -1; // wakes the reader, whichever thread the signal reached
+// Atomic, since a signal may reach any thread; lock-free, as a handler needs it.
+constinit std::atomic<int> g_terminalSignal{0};
+constinit std::atomic<int> g_signalPipe{-1}; // wakes the reader
+static_assert(std::atomic<int>::is_always_lock_free);
 
 void noteTerminalSignal(int signal) {
     const int error = errno;

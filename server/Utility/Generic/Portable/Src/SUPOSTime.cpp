@@ -1,6 +1,7 @@
 // Clocks, sleeping, and the texts of times.
 #include "Utility/Generic/Portable/SUPOS.h"
 
+#include "TerminatedText.h"
 #include "Utility/Generic/Portable/SUPAutobuffer.h"
 
 #include <algorithm>
@@ -83,7 +84,7 @@ std::size_t SystemUtility::Wcsftime(wchar_t* buffer, std::size_t length, const c
 #pragma GCC diagnostic pop
     const int most = static_cast<int>(std::min<std::size_t>(length, std::numeric_limits<int>::max()));
     const int units =
-        bytes == 0 ? 0 : MultiByteToWideChar(narrow.data(), buffer, most, GetMultiByteCodePage());
+        bytes == 0 ? 0 : sup::widenTerminated(narrow.data(), buffer, most, GetMultiByteCodePage());
     if (units < 1) {
         buffer[0] = L'\0';
         return 0;

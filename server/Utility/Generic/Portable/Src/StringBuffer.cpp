@@ -2,6 +2,16 @@
 
 namespace sup {
 
+template <>
+StringBufferBaseTemplate<char>& StringBufferBaseTemplate<char>::appendFormatted(size_type n,
+                                                                                const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    appendFormatted2(n, format, args);
+    va_end(args);
+    return *this;
+}
+
 template class StringBufferBaseTemplate<wchar_t>;
 template class StringBufferBaseTemplate<char>;
 template class StringBufferTemplate<511, wchar_t>;

@@ -8,6 +8,7 @@
 #include <limits>
 #include <new>
 
+/// Sized blocks from the allocator gateway, under the names of an allocator. Any thread may call.
 class BrimNodeAlloc {
 public:
     /// Returns `bytes` bytes, never null; throws std::bad_alloc.
@@ -24,12 +25,15 @@ public:
 template <class T>
 class BrimStlAllocator {
 public:
+    /// What the standard asks of an allocator. All compare equal; allocate() throws std::bad_alloc.
     using value_type = T;
 
     BrimStlAllocator() noexcept = default;
+    /// An allocator for another type is as good.
     template <class U>
     BrimStlAllocator(const BrimStlAllocator<U>&) noexcept {}
 
+    /// Room for `n` objects; throws std::bad_alloc. Given back with the same `n`.
     T* allocate(std::size_t n) {
         if (n > std::numeric_limits<std::size_t>::max() / sizeof(T)) {
             throw std::bad_alloc();
@@ -38,6 +42,7 @@ public:
     }
     void deallocate(T* p, std::size_t n) noexcept { BrimNodeAlloc::deallocate(p, n * sizeof(T)); }
 
+    /// Always equal: a block may be given back through any allocator.
     template <class U>
     friend bool operator==(const BrimStlAllocator&, const BrimStlAllocator<U>&) noexcept {
         return true;

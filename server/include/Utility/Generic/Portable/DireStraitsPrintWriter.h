@@ -12,10 +12,13 @@
 
 namespace sup {
 
+/// A print writer around another one that survives broken values. One object belongs to one thread.
 class BRIMPORTABLE_API DireStraitsPrintWriter {
 public:
+    /// Counts of characters.
     using size_type = std::size_t;
 
+    /// Whether memory is looked at before it is read (kDireStraits), or trusted (kCalmSeas).
     enum Mode { kCalmSeas = 0, kDireStraits = 1 };
 
     /// Writes to `subWriter`, which must outlive this object, until `capacity` characters of text are
@@ -25,9 +28,8 @@ public:
     DireStraitsPrintWriter(const DireStraitsPrintWriter&) = delete;
     DireStraitsPrintWriter& operator=(const DireStraitsPrintWriter&) = delete;
 
-    // Values come by reference: in dire straits their own storage is checked. What cannot be read is written
-    // as
-    // "<unreadable>", a string as "<unreadable BrimWString>", a view as "<unreadable RefString>".
+    /// Values come by reference: in dire straits their own storage is checked. What cannot be read is written
+    /// as "<unreadable>", a string as "<unreadable BrimWString>", a view as "<unreadable RefString>".
     DireStraitsPrintWriter& operator<<(const int& value);
     DireStraitsPrintWriter& operator<<(const unsigned int& value);
     DireStraitsPrintWriter& operator<<(const long& value);
@@ -46,6 +48,7 @@ public:
     DireStraitsPrintWriter& append(size_type n, wchar_t c);
     /// Always forwarded.
     void flush();
+    /// Ends the line and flushes.
     void outputEndl();
 
     /// True when `length` bytes at `p` can be read; always true in calm seas.

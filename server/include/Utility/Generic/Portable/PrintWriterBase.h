@@ -14,21 +14,26 @@
 
 namespace sup {
 
+/// Text output through a sink that a subclass supplies.
 class BRIMPORTABLE_API PrintWriterBase {
 public:
+    /// Counts of characters.
     using size_type = std::size_t;
 
+    /// Whether outputEndl() flushes: all but kNoFlush do.
     enum Flush { kFlush = 0, kOptionalFlush = 1, kNoFlush = 2 };
 
     virtual ~PrintWriterBase();
     /// The sink: takes `count` characters, which need not end in a zero.
     virtual void addChars(const wchar_t* chars, size_type count) = 0;
+    /// The sink's own: passes on what it holds.
     virtual void flush() = 0;
     /// Writes "\n", then flushes unless told not to.
     virtual void outputEndl(Flush flush);
 
     /// "true" or "false".
     PrintWriterBase& operator<<(bool value);
+    /// The characters.
     PrintWriterBase& operator<<(const String<wchar_t>& s);
     PrintWriterBase& operator<<(const RefStringTemplate<wchar_t>& ref);
     /// Null writes nothing.
@@ -37,6 +42,7 @@ public:
     PrintWriterBase& operator<<(const char* text) = delete;
     /// Stores a zero at the buffer's end.
     PrintWriterBase& operator<<(const StringBufferBaseTemplate<wchar_t>& buffer);
+    /// In decimal; 0 prints nothing.
     PrintWriterBase& operator<<(int value) { return appendNumberAsDecimal(static_cast<long>(value)); }
     PrintWriterBase& operator<<(unsigned int value) {
         return appendNumberAsDecimal(static_cast<unsigned long>(value));
@@ -52,6 +58,7 @@ public:
         return manipulator(*this);
     }
 
+    /// In decimal; 0 prints nothing.
     PrintWriterBase& appendNumberAsDecimal(long value);
     PrintWriterBase& appendNumberAsDecimal(unsigned long value);
     /// Lower-case digits without a prefix.
@@ -75,6 +82,7 @@ public:
     using PrintWriterBase::addChars;
     using PrintWriterBase::operator<<;
 
+    /// The sink of narrow text.
     virtual void addChars(const char* chars, size_type count) = 0;
 
     /// Null writes nothing.

@@ -20,6 +20,7 @@ public:
 
     /// Sets the first value, ordered after everything that the thread wrote before.
     void initialize(Integer value) noexcept { m_value.store(value, std::memory_order_release); }
+    /// Adds one.
     void increment() noexcept { sup::atomics_linux::addReference(m_value, Integer{1}); }
     /// Returns the new value.
     Integer decrement() noexcept { return sup::atomics_linux::dropReference(m_value, Integer{1}); }
@@ -35,10 +36,12 @@ template <class T>
 class ValueAtomic : public memalloc::MemAllocNewdel {
 public:
     ValueAtomic() noexcept : m_value(T{}) {}
+    /// Begins with `value`.
     explicit ValueAtomic(T value) noexcept : m_value(value) {}
     ValueAtomic(const ValueAtomic&) = delete;
     ValueAtomic& operator=(const ValueAtomic&) = delete;
 
+    /// Reads and writes the value.
     T get() const noexcept { return m_value.load(); }
     void set(T value) noexcept { m_value.store(value); }
     /// Adds one and returns the new value.
@@ -54,4 +57,5 @@ private:
     std::atomic<T> m_value;
 };
 
+/// The counter of transcoders.
 using AtomicUint32 = ValueAtomic<unsigned int>;

@@ -15,6 +15,7 @@
 #include <new>
 #include <type_traits>
 
+/// The common part of the buffers below: what a function takes that works with any of them.
 template <class T>
 class BRIMPORTABLE_API AutoBufferBase {
     static_assert(std::is_trivially_copyable<T>::value && std::is_trivially_destructible<T>::value,
@@ -29,7 +30,9 @@ public:
     }
     ~AutoBufferBase() { freeStorage(); }
 
+    /// The elements that there is room for.
     std::size_t capacity() const noexcept { return m_nCapacity; }
+    /// The elements, valid until the next growth. Null while there is no room.
     T* data() noexcept { return m_p; }
     const T* data() const noexcept { return m_p; }
 
@@ -41,10 +44,12 @@ public:
     void growNoPreserve(std::size_t n) { make_room(n, false); }
 
 protected:
+    /// Begins with the storage of a derived buffer.
     AutoBufferBase(T* pStatic, std::size_t nStaticCapacity) noexcept
         : m_p(pStatic), m_nCapacity(nStaticCapacity), m_nStaticCapacity(nStaticCapacity), m_pStatic(pStatic) {
     }
 
+    /// Takes the contents of `other`, in storage of its own.
     void copyFrom(const AutoBufferBase& other) {
         if (this == &other) {
             return;
@@ -107,10 +112,13 @@ private:
     T* m_pStatic;
 };
 
+/// Room for `N` elements inline, and for more on the heap. Contents are undefined at first.
 template <class T, std::size_t N>
 class BRIMPORTABLE_API AutoBuffer : public AutoBufferBase<T> {
 public:
+    /// With room for `N` elements.
     AutoBuffer() noexcept : AutoBufferBase<T>(m_static, N) {}
+    /// A copy of the contents.
     AutoBuffer(const AutoBuffer& other) : AutoBufferBase<T>(m_static, N) { this->copyFrom(other); }
     AutoBuffer& operator=(const AutoBuffer& other) {
         this->copyFrom(other);
@@ -121,10 +129,13 @@ private:
     T m_static[N];
 };
 
+/// All room on the heap, none at first.
 template <class T>
 class HeapedAutoBuffer : public AutoBufferBase<T> {
 public:
+    /// Without room.
     HeapedAutoBuffer() noexcept : AutoBufferBase<T>(nullptr, 0) {}
+    /// With room for `initialCapacity` elements. Throws std::bad_alloc.
     explicit HeapedAutoBuffer(std::size_t initialCapacity) : HeapedAutoBuffer() {
         this->reserve(initialCapacity);
     }

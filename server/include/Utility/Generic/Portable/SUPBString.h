@@ -7,15 +7,16 @@
 // characters long.
 //
 // Terms: a "text" is a zero-terminated `const T*` (null stands for the empty text), a "range" two pointers.
-// No position is checked. Arguments may be the string itself. Exhausted memory is std::bad_alloc and leaves
-// the string as it was; so is a text of 2^32 characters or more. A block whose size does not fit 32 bits
-// stops the process on purpose.
+// No position is checked but in the mode of SUPChecked.h. Arguments may be the string itself. Exhausted
+// memory is std::bad_alloc and leaves the string as it was; so is a text of 2^32 characters or more. A block
+// whose size does not fit 32 bits stops the process on purpose.
 //
 // Threads: as for sup::String.
 #pragma once
 
 #include "Utility/Generic/Portable/SUPAtomic.h"
 #include "Utility/Generic/Portable/SUPAutobuffer.h"
+#include "Utility/Generic/Portable/SUPChecked.h"
 #include "Utility/Generic/Portable/SUPExport.h"
 #include "Utility/Generic/Portable/SUPString.h"
 #include "Utility/Generic/Portable/memallocnewdel.h"
@@ -29,6 +30,12 @@
 namespace sup {
 
 namespace string_details {
+
+constexpr const wchar_t* kByteStringFile = L"server/include/Utility/Generic/Portable/SUPBString.h";
+constexpr int kByteStringFrontLine = 216;
+constexpr int kByteStringBackLine = 220;
+constexpr int kByteStringAtLine = 224;
+constexpr int kByteStringIndexLine = 228;
 
 /// The shared block: a header of 28 bytes, then the characters and a zero of the same width.
 template <class T>
@@ -95,6 +102,7 @@ using RequireCount =
 
 } // namespace string_details
 
+/// The byte string.
 template <class T>
 class BRIMPORTABLE_API ByteString : public memalloc::MemAllocNewdel {
     using data_type = string_details::ByteStringData<T>;
@@ -102,27 +110,34 @@ class BRIMPORTABLE_API ByteString : public memalloc::MemAllocNewdel {
     using RequireRange = string_details::RequireRange<First, Last, T>;
 
 public:
+    /// Positions and lengths in characters, and the type of a character.
     using size_type = std::size_t;
     using char_type = T;
     using value_type = T;
 
+    /// The largest number: up to the end.
     static constexpr size_type npos = static_cast<size_type>(-1);
 
+    /// Spells out what every search does: length() when nothing is found.
     enum ReturnStringLenIfNotFound { kReturnStringLenIfNotFound };
 
     /// Reads characters, whatever their storage.
     class const_iterator {
     public:
+        /// What the standard asks of a random-access iterator, but that it gives characters by value.
         using iterator_category = std::random_access_iterator_tag;
         using value_type = T;
         using difference_type = std::ptrdiff_t;
         using pointer = const T*;
         using reference = T;
 
+        /// An iterator of nothing, or one at character `i`.
         const_iterator() noexcept = default;
         const_iterator(const data_type* rep, difference_type i) noexcept : m_rep(rep), m_i(i) {}
+        /// The character there, and `n` characters further on.
         T operator*() const noexcept { return m_rep->at(static_cast<size_type>(m_i)); }
         T operator[](difference_type n) const noexcept { return *(*this + n); }
+        /// Moving, distance and order, as for pointers.
         const_iterator& operator++() noexcept { return *this += 1; }
         const_iterator& operator--() noexcept { return *this += -1; }
         const_iterator operator++(int) noexcept { return std::exchange(*this, *this + 1); }
@@ -149,14 +164,19 @@ public:
         const data_type* m_rep = nullptr;
         difference_type m_i = 0;
     };
+    /// The same from the end.
     using const_reverse_iterator = std::reverse_iterator<const_iterator>;
 
     // ---- Construction and assignment ----------------------------------------------------------------------
     // The width is chosen from the characters; an empty text gives the null string.
 
+    /// The null string; allocates nothing.
     ByteString() noexcept = default;
+    /// Shares the block of `b`.
     ByteString(const ByteString& b) noexcept : m_rep(b.m_rep) { refData(); }
+    /// Takes the block of `b`, which becomes null.
     ByteString(ByteString&& b) noexcept : m_rep(std::exchange(b.m_rep, nullptr)) {}
+    /// A copy of a text, of `count` characters, or of a range.
     ByteString(const T* text);
     ByteString(const T* text, size_type count);
     template <class First, class Last, RequireRange<First, Last> = 0>
@@ -174,6 +194,7 @@ public:
                                         static_cast<unsigned int>(bytesPerChar))) {}
     ~ByteString() { derefData(); }
 
+    /// As assign(); a moved string becomes null.
     ByteString& operator=(const ByteString& b) noexcept { return assign(b); }
     ByteString& operator=(ByteString&& b) noexcept {
         ByteString taken(std::move(b));
@@ -184,6 +205,7 @@ public:
     ByteString& operator=(const String<T>& s) { return assign(s); }
     /// Shares the block of `b`.
     ByteString& assign(const ByteString& b) noexcept;
+    /// A copy of a text, of characters, of the first `n` characters of `b`, or of a string.
     ByteString& assign(const T* text);
     ByteString& assign(const T* text, size_type count);
     template <class First, class Last, RequireRange<First, Last> = 0>
@@ -192,25 +214,43 @@ public:
     }
     ByteString& assign(const ByteString& b, size_type n);
     ByteString& assign(const String<T>& s) { return assign(s.begin(), s.length()); }
+    /// Exchanges the blocks.
     void swap(ByteString& other) noexcept { std::swap(m_rep, other.m_rep); }
 
     // ---- Access -------------------------------------------------------------------------------------------
 
+    /// The number of characters.
     size_type length() const noexcept { return m_rep == nullptr ? 0 : m_rep->m_nLength; }
     size_type size() const noexcept { return length(); }
     /// Characters that the block holds; 0 for the null string.
     size_type capacity() const noexcept { return m_rep == nullptr ? 0 : m_rep->m_nCapacity; }
+    /// True without characters.
     bool empty() const noexcept { return length() == 0; }
+    /// The characters from the front, and from the end.
     const_iterator begin() const noexcept { return const_iterator(m_rep, 0); }
     const_iterator end() const noexcept {
         return const_iterator(m_rep, static_cast<std::ptrdiff_t>(length()));
     }
     const_reverse_iterator rbegin() const noexcept { return const_reverse_iterator(end()); }
     const_reverse_iterator rend() const noexcept { return const_reverse_iterator(begin()); }
-    T front() const noexcept { return m_rep->at(0); }
-    T back() const noexcept { return m_rep->at(length() - 1); }
-    T at(size_type i) const noexcept { return m_rep->at(i); }
-    T operator[](size_type i) const noexcept { return m_rep->at(i); }
+    /// One character, which must exist; see SUPChecked.h.
+    BRIM_CHECKED_MEMBER T front() const noexcept {
+        BRIM_CHECK(string_details::kByteStringFile, string_details::kByteStringFrontLine, !empty());
+        return m_rep->at(0);
+    }
+    BRIM_CHECKED_MEMBER T back() const noexcept {
+        BRIM_CHECK(string_details::kByteStringFile, string_details::kByteStringBackLine, !empty());
+        return m_rep->at(length() - 1);
+    }
+    BRIM_CHECKED_MEMBER T at(size_type i) const noexcept {
+        BRIM_CHECK(string_details::kByteStringFile, string_details::kByteStringAtLine, i < length());
+        return m_rep->at(i);
+    }
+    BRIM_CHECKED_MEMBER T operator[](size_type i) const noexcept {
+        BRIM_CHECK(string_details::kByteStringFile, string_details::kByteStringIndexLine, i < length());
+        return m_rep->at(i);
+    }
+    /// True when this string alone holds its block; false for the null string.
     bool isUnique() const noexcept { return m_rep != nullptr && m_rep->isUnique(); }
     /// 1 or sizeof(T); 1 for the null string.
     unsigned int getBytesPerChar() const noexcept { return m_rep == nullptr ? 1U : m_rep->m_nBytesPerChar; }
@@ -224,12 +264,14 @@ public:
     /// Writes the characters, widened, and a zero to `out`, which has room for length() + 1. The null string
     /// fails the assertion "m_rep".
     void fill(T* out) const;
+    /// The characters as a string; null for the null string.
     String<T> toString() const;
 
     // ---- Changes ------------------------------------------------------------------------------------------
     // An append never works in place: it builds a new block of exactly the new length, in the wider of the
     // two widths. To an empty string it gives the appended block.
 
+    /// Append a string, a text, `count` characters, a range, or `n` copies of `c`.
     ByteString& append(const ByteString& b);
     ByteString& append(const T* text) { return append(ByteString(text)); }
     ByteString& append(const T* text, size_type count) { return append(ByteString(text, count)); }
@@ -254,6 +296,7 @@ public:
     // ---- Searching ----------------------------------------------------------------------------------------
     // length() when nothing is found; a search that starts at or beyond the end finds nothing.
 
+    /// The first `c` or `text` at or after `pos`.
     size_type find(T c, size_type pos = 0) const noexcept;
     size_type find(const T* text, size_type pos = 0) const noexcept;
     size_type find(T c, ReturnStringLenIfNotFound) const noexcept { return find(c); }
@@ -271,10 +314,12 @@ public:
     int compare(const ByteString& b) const noexcept;
     /// The same without regard to case, by the current locale, characters as unsigned numbers.
     int compareToIgnoreCase(const ByteString& b) const noexcept;
+    /// Compare lengths and characters.
     static bool equals(const ByteString& a, const ByteString& b) noexcept;
     static bool equals(const ByteString& b, const T* text) noexcept;
     static bool equals(const T* text, const ByteString& b) noexcept { return equals(b, text); }
 
+    /// As equals().
     friend bool operator==(const ByteString& a, const ByteString& b) noexcept { return equals(a, b); }
     friend bool operator!=(const ByteString& a, const ByteString& b) noexcept { return !equals(a, b); }
 

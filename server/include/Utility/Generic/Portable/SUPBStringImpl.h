@@ -17,7 +17,6 @@ namespace string_details {
 
 constexpr const char* kByteStringAllocationFile = "server/include/Utility/Generic/Portable/SUPBStringImpl.h";
 constexpr int kByteStringAllocationLine = 104;
-constexpr const wchar_t* kByteStringFile = L"server/include/Utility/Generic/Portable/SUPBString.h";
 constexpr int kByteStringFillLine = 290;
 constexpr std::size_t kLargestByteString = std::numeric_limits<std::uint32_t>::max(); // characters
 

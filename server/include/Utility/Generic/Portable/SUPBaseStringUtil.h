@@ -16,8 +16,10 @@
 #include <utility>
 #include <vector>
 
+/// Static functions over strings.
 class BRIMPORTABLE_API BaseStringUtil {
 public:
+    /// The strings of this class.
     using String = sup::String<wchar_t>;
     using NarrowString = sup::String<char>;
 
@@ -52,6 +54,7 @@ public:
     /// A text that cannot be converted (an unknown code page, or more than three bytes a character) fails the
     /// assertion "false". TryStringToStdString() returns false instead, with `out` empty.
     static NarrowString StringToStdString(const String& src, unsigned int codePage);
+    /// The same, but false when the text cannot be converted.
     static bool TryStringToStdString(const String& src, NarrowString& out, unsigned int codePage);
 
     /// The arguments of main(), from UTF-8, each a terminated text of its own; released by the second
@@ -63,6 +66,7 @@ public:
     // Integers are plain decimal numbers in every locale. A double has at most 15 significant digits
     // ("%.15G"), the locale's decimal point and an upper-case exponent.
 
+    /// The number as text.
     static String StringFrom(unsigned long long value);
     static String StringFrom(long long value);
     static String StringFrom(unsigned long value);
@@ -85,6 +89,7 @@ public:
     // and a text that begins with no number gives 0. Integers are read with 64 bits (Int16From: 32), beyond
     // which they saturate, and cut to the result's width.
 
+    /// The number that the text begins with.
     static short Int16From(const String& text);
     static int IntFrom(const String& text);
     static unsigned int UIntFrom(const String& text);
@@ -115,6 +120,7 @@ public:
     static constexpr wchar_t S_MINUS[] = L"-";
     static constexpr wchar_t S_ZERO_POINT_ZERO[] = L"0.0";
 
+    /// The words are counted from 0.
     static int GetNumberOfTrueWords();
     static int GetNumberOfFalseWords();
     /// The word at `index`; an index that has none is a logic error and ends the process.
@@ -141,6 +147,7 @@ public:
 
     // ---- Trimming and padding -----------------------------------------------------------------------------
 
+    /// Without the blanks at both ends, at the end, at the beginning.
     static String TrimBoth(const String& text);
     static String TrimTrailingBlanks(const String& text);
     static String CleanLeadingBlanksInString(const String& text);
@@ -163,6 +170,7 @@ public:
     // Without regard to case: characters are compared after towlower, as unsigned numbers. "NTS" forms take
     // zero-terminated texts.
 
+    /// True for texts of the same length and characters.
     static bool IsCaseInsensitiveMatch(const String& a, const String& b);
     static bool IsNTSCaseInsensitiveMatch(const wchar_t* a, const wchar_t* b);
     /// Over the texts up to their first zero.
@@ -174,10 +182,12 @@ public:
     static int FileNameCompare(const wchar_t* a, const wchar_t* b);
     /// True when `pattern` occurs in `text`; an empty pattern occurs in every text but the empty one.
     static bool CaseInsensitiveFindPattern(const String& text, const String& pattern);
+    /// True for the same characters, case included.
     static bool IsMatch(const String& a, const String& b);
 
     // ---- Character sets -----------------------------------------------------------------------------------
 
+    /// The first character at or after `start` that is in `set`, or that is not.
     static std::size_t FindFirstOf(const String& text, const String& set, std::size_t start);
     static std::size_t FindFirstNotOf(const String& text, const String& set, std::size_t start);
     /// Backwards from `start`, or from the last character when that is nearer.
@@ -228,6 +238,7 @@ public:
                                       BrimStringVector& out);
     static void TokenizeWithEscape(const String& text, wchar_t delimiter, wchar_t escape,
                                    BrimStringVector& out);
+    /// Appends the parts, with line feeds between them on request.
     static void AppendToString(const BrimStringVector& parts, String& out, bool newlineSeparated);
     /// Pieces of `size` characters, the last one shorter; the whole text as one piece for a size of 0. `out`
     /// is replaced; an empty text gives no piece.

@@ -41,6 +41,7 @@
 /// The order of BaseStringUtil::CaseInsensitiveCompare: names that differ in case alone are the same key.
 class BRIMPORTABLE_API CaseInsBrimStringLessFunctor {
 public:
+    /// True when `a` comes first.
     bool operator()(const BrimString& a, const BrimString& b) const;
 };
 
@@ -60,6 +61,7 @@ using CaseInsBrimStringMap = std::map<BrimString, unsigned int, CaseInsBrimStrin
 /// as it was. Any thread may read, each with a map of its own.
 class BRIMPORTABLE_API SUPBuildMapFromXML {
 public:
+    /// Keeps the file's path; nothing is read yet.
     explicit SUPBuildMapFromXML(BrimString path);
     ~SUPBuildMapFromXML();
 

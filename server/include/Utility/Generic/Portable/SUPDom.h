@@ -64,7 +64,9 @@ public:
     /// Does nothing.
     void resetErrors() override;
 
+    /// The last error's text; empty without one.
     BrimString sErrorMessage;
+    /// True from the first error on.
     bool fSawErrors = false;
 
 private:
@@ -93,7 +95,9 @@ public:
     static void BrimStringToXMLCh(const BrimString& s, AutoBuffer<unsigned short, 256>& out);
 
 protected:
+    /// What has been formatted, and a zero.
     AutoBuffer<char, 1024> m_pBuffer;
+    /// Made by Initialize().
     Heap<xercesc::XMLFormatter> m_pFormatter;
 
 private:
@@ -134,6 +138,7 @@ public:
     // Bounds on a document for a parser that has no security manager of its own (one that has is left to it).
     // A document beyond a bound is an error like any other.
 
+    /// The entities that are expanded in content and attributes.
     static constexpr std::size_t kMostEntityExpansions = 5000;
     /// The characters that one entity stands for, with all the entities it refers to.
     static constexpr std::size_t kLongestEntity = 4096;
@@ -143,6 +148,7 @@ public:
     static constexpr std::size_t kMostAddedCharacters = std::size_t{1} << 24U;
     /// Elements and entities within each other.
     static constexpr std::size_t kDeepestNesting = 1000;
+    /// The attributes of one element.
     static constexpr std::size_t kMostAttributes = 1000;
 
     /// Parses `length` bytes, or a file. The document belongs to the parser. When the file does not exist

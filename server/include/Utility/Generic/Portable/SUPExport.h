@@ -2,4 +2,5 @@
 // interface.
 #pragma once
 
+/// Marks what the library exports.
 #define BRIMPORTABLE_API __attribute__((visibility("default")))

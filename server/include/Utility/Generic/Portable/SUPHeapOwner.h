@@ -8,9 +8,11 @@
 template <class T>
 class Heap {
 public:
+    /// Null.
     Heap() noexcept = default;
     /// Takes ownership of `p`, which was made with `new`.
     explicit Heap(T* p) noexcept : m_pObj(p) {}
+    /// Takes the other one's object; the object held before is deleted.
     Heap(Heap&& other) noexcept : m_pObj(other.release()) {}
     Heap& operator=(Heap&& other) noexcept {
         reset(other.release());
@@ -20,9 +22,11 @@ public:
     Heap& operator=(const Heap&) = delete;
     ~Heap() { delete m_pObj; }
 
+    /// The object, or null. It stays owned.
     T* get() const noexcept { return m_pObj; }
     T* operator->() const noexcept { return m_pObj; }
     T& operator*() const noexcept { return *m_pObj; }
+    /// True when there is an object.
     explicit operator bool() const noexcept { return m_pObj != nullptr; }
 
     /// Gives the object to the caller and becomes null.

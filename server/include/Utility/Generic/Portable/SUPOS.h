@@ -33,10 +33,12 @@ struct SUMemStat {
 /// tables and allocates. One object belongs to one thread.
 class BRIMPORTABLE_API CallStack {
 public:
+    /// The most calls that are kept.
     static constexpr int kMostFrames = 64;
 
     /// Captures the calling thread's return addresses, its own excluded, the innermost first.
     void Init() noexcept;
+    /// The addresses captured.
     int GetFrameCount() const noexcept { return m_nFrames; }
     /// Turns each address into a line, "module : symbol()+offset" where the symbol is known (C++ names
     /// demangled), "module : +offset" where it is not.
@@ -53,6 +55,7 @@ private:
     std::vector<sup::String<char>, BrimStlAllocator<sup::String<char>>> m_lines;
 };
 
+/// Static functions of the code-page layer and of the operating-system layer.
 class BRIMPORTABLE_API SystemUtility {
 public:
     SystemUtility() = delete;
@@ -78,6 +81,7 @@ public:
     // result is 0. So it is for a null source, a length below -1, a result beyond INT_MAX, and an unknown
     // code page once the error-message manager has returned from its report. Throws std::bad_alloc.
 
+    /// Convert between wide text (or 16-bit units) and bytes of `codePage`; UTF-8 where the name says so.
     static int WideCharToMultiByte(const wchar_t* src, int srcLen, char* dst, int dstLen,
                                    unsigned int codePage);
     static int WideCharToMultiByte(const wchar_t* src, char* dst, int dstLen, unsigned int codePage);
@@ -111,7 +115,9 @@ public:
     static bool Getenv(const sup::String<wchar_t>& name, sup::String<wchar_t>& value);
     /// Its value as a number (BaseStringUtil::StringToInteger); `value` is untouched when it is absent.
     static bool Getenv(const sup::String<wchar_t>& name, int& value);
+    /// Its value as a number, or `defaultValue` when it is absent.
     static int GetenvWithDefault(const sup::String<wchar_t>& name, int defaultValue);
+    /// True when the variable is there, empty or not.
     static bool hasEnv(const sup::String<wchar_t>& name);
     /// Sets a variable, in the place of an existing one. False when the system refuses.
     static bool Putenv(const sup::String<wchar_t>& name, const sup::String<wchar_t>& value);
@@ -233,6 +239,7 @@ public:
     static bool MakeDirectories(const sup::String<wchar_t>& path);
     /// True for whatever stat(2) finds, directories included.
     static bool IsFileExist(const sup::String<wchar_t>& path);
+    /// The working directory of the process.
     static bool GetCurrentWorkingDirectory(sup::String<wchar_t>& path);
     static bool ChangeCurrentWorkingDirectory(const sup::String<wchar_t>& path);
     /// `dir` without symbolic links and relative parts; `path` is untouched on failure. Changes the working
@@ -272,6 +279,7 @@ public:
 
     // ---- The process, its user and its terminal -----------------------------------------------------------
 
+    /// Numbers of the system: getpid(2), pthread_self(3).
     static int GetCurrentProcessID() noexcept;
     static pthread_t GetCurrentThreadID() noexcept;
     /// The short name of the program.
@@ -303,6 +311,7 @@ public:
     static int GetNumberOfLogicalProcessors() noexcept;
     /// False, with zeros, where /proc does not tell.
     static bool GetMemStat(SUMemStat& stat);
+    /// Calls Init() of `stack`.
     static void GetCurrentCallStack(CallStack& stack) noexcept;
 
     // ---- Host names and addresses -------------------------------------------------------------------------
@@ -336,6 +345,7 @@ public:
 
     /// The calling thread's errno.
     static int GetLastSystemError() noexcept;
+    /// The system's text for it.
     static sup::String<wchar_t> GetLastSystemErrorString();
     /// The system's text for error number `code`, also for a number that it does not know.
     static void GetSystemErrorString(int code, sup::String<wchar_t>& text);
@@ -345,9 +355,11 @@ public:
 /// What kind of component a process is, and the name of an instance of it that has none.
 class BRIMPORTABLE_API ComponentNames {
 public:
+    /// Keeps both texts as they are.
     ComponentNames(const sup::String<wchar_t>& componentType, const sup::String<wchar_t>& defaultInstanceName)
         : m_componentType(componentType), m_defaultInstanceName(defaultInstanceName) {}
 
+    /// What the constructor was given.
     const sup::String<wchar_t>& GetComponentType() const noexcept { return m_componentType; }
     const sup::String<wchar_t>& GetDefaultInstanceName() const noexcept { return m_defaultInstanceName; }
 
@@ -363,17 +375,20 @@ class BRIMPORTABLE_API SUPEnvInit {
 public:
     SUPEnvInit() = delete;
 
+    /// Associate the type that the name tells: KROS, KROPS, KROCCS, KROSCH.
     static bool KROS_TYPE();
     static bool KROPS_TYPE();
     static bool CCS_TYPE();
     static bool KROSCH_TYPE();
     /// Besides, a missing DOMAIN_HOME counts as no failure from now on.
     static bool ODBC_COMP_TYPE();
+    /// Associate the types KROSCHClient, KROCCSClient and KRODIS, and any type.
     static bool SCHEDULER_CLIENT_TYPE();
     static bool CCS_CLIENT_TYPE();
     static bool SYNC_TYPE();
     static bool AssociateCompType(const ComponentNames& names);
 
+    /// True from the first association on.
     static bool getComponentNamesSet() noexcept {
         return m_componentNamesSet.load(std::memory_order_acquire);
     }
@@ -425,6 +440,7 @@ public:
     /// initialiser. The callbacks stay registered for a next time. Nothing when there is no initialiser. An
     /// exception of a callback ends the call: the rest stays as it is.
     static void Shutdown();
+    /// True while an initialiser is installed.
     static bool IsInitialized() noexcept;
     /// Installs `p`, made with `new`, in the place of the one before, which is deleted. It is called by the
     /// next Initialize().
@@ -432,6 +448,7 @@ public:
     /// `fn` is called once at each full shutdown, however often it is registered. Callbacks must not register
     /// or unregister any.
     static void RegisterShutdownCallback(void (*fn)());
+    /// Takes a callback back; nothing when it is not registered.
     static void UnregisterShutdownCallback(void (*fn)());
     /// The environment, one variable a line under a heading; whatever begins with the name of the credential,
     /// in any case, is masked.

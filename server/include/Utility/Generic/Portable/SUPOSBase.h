@@ -54,6 +54,7 @@ public:
                    unsigned short milliseconds) noexcept
         : m_systemTime{year, month, dayOfWeek, day, hour, minute, second, milliseconds} {}
 
+    /// The parts, as they were given.
     short year() const noexcept { return m_systemTime.year; }
     unsigned short month() const noexcept { return m_systemTime.month; }
     unsigned short dayOfWeek() const noexcept { return m_systemTime.dayOfWeek; }
@@ -132,11 +133,13 @@ enum SortLocaleType {
     kSortLinguistic = 0, ///< the collation of the locale
     kSortBinary = 1      ///< the numeric order of the characters
 };
+/// A SortLocaleType; 0 at first.
 extern BRIMPORTABLE_API int g_sortLocaleType;
 
 // The system calls under SystemUtility, each at first the wrapper of the same name below, where the result is
 // told. A host may put its own functions in their place.
 
+/// The system calls under SystemUtility: each at first the WRAP_ function of the same name.
 extern BRIMPORTABLE_API int (*g_wopenFuncPtr)(const wchar_t* path, int flags, int mode);
 extern BRIMPORTABLE_API std::FILE* (*g_wfopenFuncPtr)(const wchar_t* path, const wchar_t* mode);
 extern BRIMPORTABLE_API int (*g_wremoveFuncPtr)(const wchar_t* path);

@@ -30,6 +30,7 @@ extern BRIMPORTABLE_API struct timeval g_tuneTime;
 
 // ---- The processor ----------------------------------------------------------------------------------------
 
+/// What the library asks of the processor's counter.
 class BRIMPORTABLE_API CpuId {
 public:
     CpuId() = delete;
@@ -69,12 +70,15 @@ public:
             setCarefully();
         }
     }
+    /// The reading in ticks; 0 without one.
     std::uint64_t Get() const noexcept { return m_hrTime; }
 
+    /// Compare the readings.
     bool operator<(const PerfTimeSnap& other) const noexcept { return m_hrTime < other.m_hrTime; }
     bool operator==(const PerfTimeSnap& other) const noexcept { return m_hrTime == other.m_hrTime; }
 
 protected:
+    /// The reading.
     std::uint64_t m_hrTime;
 
 private:
@@ -100,11 +104,13 @@ public:
     void GetTimeInterval(const PerfTimeSnap& end, const PerfTimeSnap& start);
     void SetIntervalTime(const PerfTimeSnap& end, const PerfTimeSnap& start) { GetTimeInterval(end, start); }
 
+    /// Add a time; the sum wraps at 64 bits.
     void AddTimeInterval(const PerfTimeInterval& other) noexcept { m_IntervalTime += other.m_IntervalTime; }
     void AddTimeInterval(const PerfTimeSnap& end, const PerfTimeSnap& start) {
         AddTimeInterval(PerfTimeInterval(end, start));
     }
     void AddTimeIntervalInMilliSecs(std::uint32_t ms) noexcept;
+    /// Becomes no time at all.
     void Clear() noexcept { m_IntervalTime = 0; }
 
     /// The largest value when the time does not fit.
@@ -126,5 +132,6 @@ public:
     static bool s_inited;
 
 protected:
+    /// In ticks.
     std::uint64_t m_IntervalTime;
 };

@@ -11,8 +11,9 @@
 //   a.find(L'x')                // 2: plain find returns length() when nothing is found, not npos
 //
 // Terms: a "text" is a zero-terminated `const T*` (null stands for the empty text), a "range" two pointers
-// `first`, `last`. No member checks a position unless its comment says so. Arguments may be the string itself
-// or lie inside it. Exhausted memory is std::bad_alloc and leaves the string as it was.
+// `first`, `last`. No member checks a position unless its comment says so; SUPChecked.h has a mode that finds
+// such mistakes. Arguments may be the string itself or lie inside it. Exhausted memory is std::bad_alloc and
+// leaves the string as it was.
 //
 // Threads: strings that share a block may belong to different threads. One string object must not be changed
 // by one thread while another uses it.
@@ -20,6 +21,7 @@
 
 #include "Utility/Generic/Portable/BrimNodeAlloc.h"
 #include "Utility/Generic/Portable/SUPAtomic.h"
+#include "Utility/Generic/Portable/SUPChecked.h"
 #include "Utility/Generic/Portable/SUPExport.h"
 #include "Utility/Generic/Portable/memallocnewdel.h"
 
@@ -36,6 +38,13 @@ template <class T>
 class BRIMPORTABLE_API ByteString;
 
 namespace string_details {
+
+constexpr const wchar_t* kStringFile = L"server/include/Utility/Generic/Portable/SUPString.h";
+constexpr int kStringFrontLine = 187;
+constexpr int kStringBackLine = 191;
+constexpr int kStringAtLine = 195;
+constexpr int kStringIndexLine = 199;
+constexpr int kStringPopBackLine = 269;
 
 /// The shared block: this header, then the characters and their terminating zero.
 template <class T>
@@ -75,6 +84,7 @@ using RequireRange = std::enable_if_t<
 
 } // namespace string_details
 
+/// The shared, copy-on-write string.
 template <class T>
 class BRIMPORTABLE_API String : public memalloc::MemAllocNewdel {
     using data_type = string_details::StringData<T>;
@@ -82,6 +92,7 @@ class BRIMPORTABLE_API String : public memalloc::MemAllocNewdel {
     using RequireRange = string_details::RequireRange<First, Last, T>;
 
 public:
+    /// Positions and lengths in characters, and the types that belong to the string.
     using size_type = std::size_t;
     using char_type = T;
     using value_type = T;
@@ -90,6 +101,7 @@ public:
     using const_reverse_iterator = std::reverse_iterator<const T*>;
     using allocator = BrimNodeAlloc;
 
+    /// What the searches give that are asked for it; as a count: up to the end.
     static constexpr size_type npos = static_cast<size_type>(-1);
 
     /// Tags for the searches: what to return when nothing is found.
@@ -99,6 +111,7 @@ public:
     /// Asks a constructor for a block of a given capacity.
     class totalCapacity {
     public:
+        /// Keeps the number of characters.
         explicit totalCapacity(size_type n) noexcept : m_nReserve(n) {}
         size_type amount() const noexcept { return m_nReserve; }
 
@@ -114,6 +127,7 @@ public:
     String(const String& s) noexcept : m_tState(s.m_tState) { refData(); }
     /// Takes the block of `s`, which becomes null.
     String(String&& s) noexcept : m_tState(std::exchange(s.m_tState, string_state())) {}
+    /// A copy of a text, of `count` characters, or of a range.
     String(const T* text);
     String(const T* text, size_type count);
     template <class First, class Last, RequireRange<First, Last> = 0>
@@ -125,6 +139,7 @@ public:
     String(const String& s, size_type n);
     /// A copy in a new block of capacity max(length, amount()) at least.
     String(const String& s, totalCapacity capacity);
+    /// The same of a range.
     template <class First, class Last, RequireRange<First, Last> = 0>
     String(First first, Last last, totalCapacity capacity)
         : m_tState{makeData(first, rangeLength(first, last), capacity.amount())} {}
@@ -135,6 +150,7 @@ public:
 
     // ---- Assignment ---------------------------------------------------------------------------------------
 
+    /// As assign(); a moved string becomes null.
     String& operator=(const String& s) noexcept { return assign(s); }
     String& operator=(String&& s) noexcept {
         String taken(std::move(s));
@@ -154,7 +170,9 @@ public:
     }
     /// The first `n` characters of `s`; shares its block when that is all of them.
     String& assign(const String& s, size_type n);
+    /// The characters of a byte string, widened.
     String& assign(const ByteString<T>& b);
+    /// Exchanges the blocks.
     void swap(String& other) noexcept { std::swap(m_tState, other.m_tState); }
     /// As swap(); both blocks are held by an extra reference meanwhile.
     void deepSwap(String& other) noexcept;
@@ -164,19 +182,36 @@ public:
     /// The zero-terminated text, never null. Valid until the string is changed or destroyed.
     const T* c_str() const noexcept { return rep() == nullptr ? emptyText() : rep()->m_pStart; }
     const T* data() const noexcept { return c_str(); }
+    /// The number of characters.
     size_type length() const noexcept { return rep() == nullptr ? 0 : rep()->length(); }
     size_type size() const noexcept { return length(); }
     /// Characters that fit in place: 0 for the null string, the length when the block is shared.
     size_type capacity() const noexcept;
+    /// True without characters.
     bool empty() const noexcept { return length() == 0; }
+    /// The characters from the front, and from the end; as valid as c_str().
     const_iterator begin() const noexcept { return c_str(); }
     const_iterator end() const noexcept { return rep() == nullptr ? emptyText() : rep()->m_pFinish; }
     const_reverse_iterator rbegin() const noexcept { return const_reverse_iterator(end()); }
     const_reverse_iterator rend() const noexcept { return const_reverse_iterator(begin()); }
-    const T& front() const noexcept { return *begin(); }
-    const T& back() const noexcept { return *(end() - 1); }
-    const T& at(size_type i) const noexcept { return c_str()[i]; }
-    const T& operator[](size_type i) const noexcept { return c_str()[i]; }
+    /// One character, which must exist; see SUPChecked.h.
+    BRIM_CHECKED_MEMBER const T& front() const noexcept {
+        BRIM_CHECK(string_details::kStringFile, string_details::kStringFrontLine, !empty());
+        return *begin();
+    }
+    BRIM_CHECKED_MEMBER const T& back() const noexcept {
+        BRIM_CHECK(string_details::kStringFile, string_details::kStringBackLine, !empty());
+        return *(end() - 1);
+    }
+    BRIM_CHECKED_MEMBER const T& at(size_type i) const noexcept {
+        BRIM_CHECK(string_details::kStringFile, string_details::kStringAtLine, i < length());
+        return c_str()[i];
+    }
+    BRIM_CHECKED_MEMBER const T& operator[](size_type i) const noexcept {
+        BRIM_CHECK(string_details::kStringFile, string_details::kStringIndexLine, i <= length());
+        return c_str()[i];
+    }
+    /// The allocator, which has no state.
     allocator get_allocator() const noexcept { return allocator(); }
     /// True when this string alone holds its block; false for the null string.
     bool isUnique() const noexcept { return rep() != nullptr && rep()->isUnique(); }
@@ -190,6 +225,7 @@ public:
     // A unique block without room grows to max(needed, twice its capacity); a shared or null string gets
     // exactly what it needs.
 
+    /// Append a string, a text, `count` characters, a range, or `n` copies of `c`.
     String& append(const String& s) { return append(s.c_str(), s.length()); }
     String& append(const T* text);
     String& append(const T* text, size_type count);
@@ -223,6 +259,7 @@ public:
     // ---- Inserting and erasing ----------------------------------------------------------------------------
     // Beyond the end, an insertion appends and an erasure does nothing.
 
+    /// Inserts a string, a text or a range; grows to exactly the needed length.
     String& insert(size_type pos, const String& s) { return replace(pos, 0, s); }
     String& insert(size_type pos, const T* text) { return replace(pos, 0, text); }
     template <class First, class Last, RequireRange<First, Last> = 0>
@@ -236,7 +273,12 @@ public:
     /// Cuts the string at `pos`.
     String& erase(size_type pos) { return erase(pos, npos); }
     /// Removes the last character, if there is one.
-    void pop_back();
+    BRIM_CHECKED_MEMBER void pop_back() {
+        BRIM_CHECK(string_details::kStringFile, string_details::kStringPopBackLine, !empty());
+        if (!empty()) {
+            erase(length() - 1);
+        }
+    }
     /// Empties the string: a unique block is kept, a shared one is let go.
     void clear() noexcept;
 
@@ -244,6 +286,7 @@ public:
     // Each replaces up to `n` characters from `pos` on (one where there is no `n`) and grows to exactly the
     // needed length. Beyond the end the new characters are appended.
 
+    /// Replaces by a range, a text, `count` characters, a string, or `count` copies of `c`.
     template <class First, class Last, RequireRange<First, Last> = 0>
     String& replace(size_type pos, size_type n, First first, Last last) {
         return replace(pos, n, static_cast<const T*>(first), rangeLength(first, last));
@@ -273,6 +316,7 @@ public:
     // the ReturnNPosIfNotFound forms return npos. A search that starts at or beyond the end finds nothing. A
     // text is found only before the first zero inside the string; characters are found everywhere.
 
+    /// The first `c` or `text` at or after `pos`; length() when there is none.
     size_type find(T c) const noexcept { return lengthIfNPos(findCharacter(c, 0)); }
     size_type find(T c, size_type pos) const noexcept { return lengthIfNPos(findCharacter(c, pos)); }
     size_type find(const T* text) const noexcept { return lengthIfNPos(findText(text, 0)); }
@@ -283,6 +327,7 @@ public:
     size_type find(const T* text, size_type pos, ReturnStringLenIfNotFound) const noexcept {
         return find(text, pos);
     }
+    /// The same, but npos when there is none.
     size_type find(T c, ReturnNPosIfNotFound) const noexcept { return findCharacter(c, 0); }
     size_type find(T c, size_type pos, ReturnNPosIfNotFound) const noexcept { return findCharacter(c, pos); }
     size_type find(const T* text, ReturnNPosIfNotFound) const noexcept { return findText(text, 0); }
@@ -304,6 +349,7 @@ public:
     static bool equals(const String& s, const T* text) noexcept;
     static bool equals(const T* text, const String& s) noexcept { return equals(s, text); }
 
+    /// As equals().
     friend bool operator==(const String& a, const String& b) noexcept { return equals(a, b); }
     friend bool operator==(const String& s, const T* text) noexcept { return equals(s, text); }
     friend bool operator==(const T* text, const String& s) noexcept { return equals(s, text); }
@@ -323,6 +369,7 @@ public:
 
     // ---- Conversion ---------------------------------------------------------------------------------------
 
+    /// The characters as a byte string.
     ByteString<T> toByteString() const;
 
     // ---- Diagnostics --------------------------------------------------------------------------------------
@@ -382,6 +429,7 @@ using BrimString = sup::String<wchar_t>;
 class BrimStringVector : public std::vector<BrimString>, public memalloc::MemAllocNewdel {
 public:
     using std::vector<BrimString>::vector;
+    /// Copies and moves as the vector does.
     BrimStringVector() = default;
     BrimStringVector(const BrimStringVector&) = default;
     BrimStringVector(BrimStringVector&&) = default;

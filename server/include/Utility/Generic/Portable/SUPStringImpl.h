@@ -317,13 +317,6 @@ String<T>& String<T>::erase(size_type pos, size_type n) {
 }
 
 template <class T>
-void String<T>::pop_back() {
-    if (!empty()) {
-        erase(length() - 1);
-    }
-}
-
-template <class T>
 void String<T>::clear() noexcept {
     if (isUnique()) {
         rep()->setLength(0);

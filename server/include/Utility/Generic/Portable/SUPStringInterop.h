@@ -1,5 +1,5 @@
 // The string types beside those of the standard library: views both ways, hashes, and output to streams. It
-// only adds; nothing here changes the types themselves.
+// only adds; nothing here changes the types themselves. SUPStringFmt.h does the same for {fmt}.
 #pragma once
 
 #include "Utility/Generic/Portable/RefString.h"
@@ -11,6 +11,12 @@
 #include <functional>
 #include <ostream>
 #include <string_view>
+#if __has_include(<version>)
+#    include <version>
+#endif
+#ifdef __cpp_lib_format
+#    include <format>
+#endif
 
 namespace sup {
 
@@ -50,6 +56,7 @@ std::basic_ostream<T>& operator<<(std::basic_ostream<T>& out, const ByteString<T
 
 } // namespace sup
 
+/// The same for a view.
 template <class T>
 std::basic_ostream<T>& operator<<(std::basic_ostream<T>& out, const RefStringTemplate<T>& ref) {
     return out << sup::toStringView(ref);
@@ -69,5 +76,29 @@ template <class T>
 struct hash<sup::ByteString<T>> {
     size_t operator()(const sup::ByteString<T>& s) const noexcept { return s.hash(); }
 };
+
+#ifdef __cpp_lib_format
+
+/// In formats of the same character type, with the specifications of a std::basic_string_view.
+template <class T>
+struct formatter<RefStringTemplate<T>, T> : formatter<basic_string_view<T>, T> {
+    template <class Context>
+    auto format(const RefStringTemplate<T>& ref, Context& context) const {
+        return formatter<basic_string_view<T>, T>::format(sup::toStringView(ref), context);
+    }
+};
+
+template <class T>
+struct formatter<sup::String<T>, T> : formatter<RefStringTemplate<T>, T> {};
+
+template <class T>
+struct formatter<sup::ByteString<T>, T> : formatter<sup::String<T>, T> {
+    template <class Context>
+    auto format(const sup::ByteString<T>& b, Context& context) const {
+        return formatter<sup::String<T>, T>::format(b.toString(), context);
+    }
+};
+
+#endif
 
 } // namespace std

@@ -44,11 +44,13 @@ public:
     BrimThreadLocalStorage(const BrimThreadLocalStorage&) = delete;
     BrimThreadLocalStorage& operator=(const BrimThreadLocalStorage&) = delete;
 
+    /// The value, and the callback that the destructor hands it to.
     void* Get() const noexcept { return value_; }
     void SetValue(void* value) noexcept { value_ = value; }
     void SetCleanupCallBack(PtrCleanupCallBack cleanup) noexcept { ptrCleanupCallBack_ = cleanup; }
     /// The thread that made the slot, as GetCurrThreadID() names it.
     unsigned int GetTid() const noexcept { return tid_; }
+    /// The key.
     int GetThreadScopeKey() const noexcept { return threadScopeKey_; }
 
 private:
@@ -62,6 +64,7 @@ private:
 /// FreeThreadScopeStorageKey2PtrThreadLocalStorageMap() destroys them first.
 class BRIMPORTABLE_API ThreadScopeKey2PtrThreadLocalStorageMap : public memalloc::MemAllocNewdel {
 public:
+    /// Key to slot.
     using Slots = std::map<int, BrimThreadLocalStorage*, std::less<int>,
                            BrimStlAllocator<std::pair<const int, BrimThreadLocalStorage*>>>;
 
@@ -71,6 +74,7 @@ public:
     ThreadScopeKey2PtrThreadLocalStorageMap&
     operator=(const ThreadScopeKey2PtrThreadLocalStorageMap&) = delete;
 
+    /// The slots, in the order of their keys, and their number.
     bool empty() const noexcept { return m_slots.empty(); }
     std::size_t size() const noexcept { return m_slots.size(); }
     const Slots& slots() const noexcept { return m_slots; }
@@ -122,6 +126,7 @@ private:
 /// The system key, alone on its cache lines: every look-up in any thread reads it. 0 stands for a key that
 /// does not exist; glibc may hand out 0, and that one is not used.
 struct ThreadLocalPaddedStorageKey {
+    /// The key, and what keeps its cache lines to itself.
     char prepad[128];
     std::atomic<pthread_key_t> key;
     char postpad[128];
@@ -154,6 +159,7 @@ public:
     BrimThreadLocalStorage* GetTls(int key) noexcept;
     /// The slot's value, or null.
     void* GetTlsValue(int key) noexcept;
+    /// True when the calling thread has a slot under `key`.
     bool IsTlsExisted(int key) noexcept;
     /// Destroys the slot; its callback runs. False when the thread has no map at all, otherwise true, also
     /// when there is no such slot.
@@ -169,6 +175,7 @@ private:
 
 // ---- The thread's map -------------------------------------------------------------------------------------
 
+/// The system key.
 BRIMPORTABLE_API ThreadLocalPaddedStorageKey& GetThreadLocalStorageKey() noexcept;
 /// Makes sure that the object of GetThreadLocalStorageKey() exists; 0. The system key itself comes with the
 /// first map.

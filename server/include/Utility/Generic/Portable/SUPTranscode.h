@@ -22,7 +22,7 @@ BRIMPORTABLE_API int Ucs2ToMultibyte_S(unsigned int codePage, const unsigned sho
 /// The number of 16-bit units before the first 0.
 BRIMPORTABLE_API std::size_t UCS2Strlen(const unsigned short* text);
 
-/// The code page of a system locale name, language_territory.codeset@modifier: that of the locale file's
+/// The code page of a system locale name, `language_territory.codeset@modifier`: that of the locale file's
 /// entry for the name, or for the name without its modifier; else the code page of the code set, by the
 /// file's entries or by its well-known name; else 1252.
 BRIMPORTABLE_API unsigned int Locale2CodePage(const char* localeName);
@@ -35,6 +35,7 @@ namespace sup {
 
 /// The order of strcmp.
 struct NarrowStringLess {
+    /// True when `a` comes first.
     bool operator()(const String<char>& a, const String<char>& b) const noexcept { return a.compare(b) < 0; }
 };
 
@@ -61,4 +62,5 @@ using IconvIdentifierMap =
 BRIMPORTABLE_API const sup::LocaleConversionMap& GetQuayLocale2SystemLocaleMap();
 /// The sort languages, empty without a locale file.
 extern BRIMPORTABLE_API sup::SortLangMap g_sortLangMap;
+/// The same map.
 BRIMPORTABLE_API const sup::SortLangMap& GetSortLangMap();

@@ -11,11 +11,13 @@
 
 namespace sup {
 
+/// A string buffer with room for `N` characters inline.
 template <std::size_t N, class T>
 class StringBufferTemplate : public StringBufferBaseTemplate<T> {
     using Base = StringBufferBaseTemplate<T>;
 
 public:
+    /// Lengths in characters.
     using size_type = typename Base::size_type;
 
     /// Empty, with room for `initial` characters: inline when they fit there.

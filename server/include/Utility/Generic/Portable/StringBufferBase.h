@@ -9,6 +9,7 @@
 
 #include "Utility/Generic/Portable/BrimNodeAlloc.h"
 #include "Utility/Generic/Portable/RefString.h"
+#include "Utility/Generic/Portable/SUPChecked.h"
 #include "Utility/Generic/Portable/SUPExceptionSupport.h"
 #include "Utility/Generic/Portable/SUPExport.h"
 #include "Utility/Generic/Portable/SUPString.h"
@@ -23,13 +24,28 @@
 
 namespace sup {
 
+namespace string_details {
+
+constexpr const wchar_t* kStringBufferFile = L"server/include/Utility/Generic/Portable/StringBufferBase.h";
+constexpr const char* kStringBufferAllocationFile =
+    "server/include/Utility/Generic/Portable/StringBufferBase.h";
+constexpr int kStringBufferReplaceLine = 89;
+constexpr int kStringBufferCommitLine = 145;
+constexpr int kStringBufferEraseLine = 224;
+constexpr int kStringBufferAllocationLine = 358;
+
+} // namespace string_details
+
+/// The common part of the string buffers.
 template <class T>
 class BRIMPORTABLE_API StringBufferBaseTemplate {
 public:
+    /// Positions and lengths in characters, and the types that belong to the buffer.
     using size_type = std::size_t;
     using char_type = T;
     using string_type = String<T>;
 
+    /// The largest number.
     static constexpr size_type npos = static_cast<size_type>(-1);
 
     /// Does nothing: the text is copied by the derived buffers' own assignment.
@@ -37,10 +53,13 @@ public:
 
     // ---- Access -------------------------------------------------------------------------------------------
 
+    /// The number of characters.
     size_type length() const noexcept { return static_cast<size_type>(m_pPos - m_pBuffer); }
+    /// True without characters.
     bool empty() const noexcept { return m_pPos == m_pBuffer; }
     /// Characters that fit before the buffer grows.
     size_type capacity() const noexcept { return m_nCapacity; }
+    /// The characters; no zero stands behind them. Valid until the buffer is changed.
     const T* begin() const noexcept { return m_pBuffer; }
     const T* end() const noexcept { return m_pPos; }
     /// The text with a zero behind it; valid until the buffer is changed.
@@ -48,6 +67,7 @@ public:
         *m_pPos = T();
         return m_pBuffer;
     }
+    /// A copy of the text.
     string_type asString() const { return empty() ? string_type() : string_type(m_pBuffer, length()); }
 
     // ---- Clearing and sizing ------------------------------------------------------------------------------
@@ -70,6 +90,7 @@ public:
 
     // ---- Appending ----------------------------------------------------------------------------------------
 
+    /// Append a text, `count` characters, or a string.
     StringBufferBaseTemplate& append(const T* text) { return append(text, string_details::textLength(text)); }
     StringBufferBaseTemplate& append(T* text) { return append(static_cast<const T*>(text)); }
     StringBufferBaseTemplate& append(const T* text, size_type count) {
@@ -81,6 +102,7 @@ public:
     StringBufferBaseTemplate& append(const string_type& s, size_type n) {
         return append(s.begin(), n < s.length() ? n : s.length());
     }
+    /// Append `n` copies of `c`, the text of a buffer, or a view.
     StringBufferBaseTemplate& append(size_type n, T c) {
         make_room(n);
         string_details::fillCharacters(m_pPos, n, c);
@@ -96,6 +118,7 @@ public:
 
     // ---- Numbers ------------------------------------------------------------------------------------------
 
+    /// Plain digits, in every locale.
     StringBufferBaseTemplate& appendNumberAsDecimal(unsigned int value);
     StringBufferBaseTemplate& appendNumberAsDecimal(int value);
     StringBufferBaseTemplate& appendNumberAsDecimal(long value);
@@ -127,11 +150,19 @@ public:
         make_room(n);
         return m_pPos;
     }
+    /// Room there is without growing, in characters.
     size_type appendBufferCapacity() const noexcept { return m_nCapacity - length(); }
-    void commitAppendBuffer(size_type n) noexcept { m_pPos += n; }
+    /// Takes the first `n` characters that were written there.
+    BRIM_CHECKED_MEMBER void commitAppendBuffer(size_type n) noexcept {
+        BRIM_CHECK(string_details::kStringBufferFile, string_details::kStringBufferCommitLine,
+                   n <= appendBufferCapacity());
+        m_pPos += n;
+    }
+    /// Always true.
     static bool canAcceptChunks() noexcept { return true; }
 
 protected:
+    /// Begins with the storage of a derived buffer, which has a character more for the zero.
     StringBufferBaseTemplate(T* storage, size_type capacity) noexcept
         : m_pStatic(storage), m_pBuffer(storage), m_pPos(storage), m_nCapacity(capacity) {}
     /// A derived buffer has storage of its own to begin with, and copies the text itself.
@@ -168,17 +199,6 @@ private:
 };
 
 // ---- Bodies -----------------------------------------------------------------------------------------------
-
-namespace string_details {
-
-constexpr const wchar_t* kStringBufferFile = L"server/include/Utility/Generic/Portable/StringBufferBase.h";
-constexpr const char* kStringBufferAllocationFile =
-    "server/include/Utility/Generic/Portable/StringBufferBase.h";
-constexpr int kStringBufferReplaceLine = 89;
-constexpr int kStringBufferEraseLine = 224;
-constexpr int kStringBufferAllocationLine = 358;
-
-} // namespace string_details
 
 // The storage holds one character more than the capacity: the place of the zero.
 template <class T>
@@ -238,7 +258,7 @@ void StringBufferBaseTemplate<T>::addChars(const T* text, size_type count) {
     m_pPos += count;
 }
 
-// `granted` is the room that is made, as formatting would; it holds any number.
+/// `granted` is the room that is made, as formatting would; it holds any number.
 template <class T>
 template <class Unsigned>
 auto StringBufferBaseTemplate<T>::appendDigits(size_type granted, bool negative, Unsigned magnitude,
@@ -342,6 +362,13 @@ void StringBufferBaseTemplate<T>::erase(size_type start, size_type n) {
     string_details::moveCharacters(m_pBuffer + start, m_pBuffer + start + removed, rest - removed);
     m_pPos -= removed;
 }
+
+// The narrow form has a declaration of its own, so that compilers check its arguments against the format.
+/// The narrow form.
+template <>
+StringBufferBaseTemplate<char>& StringBufferBaseTemplate<char>::appendFormatted(size_type n,
+                                                                                const char* format, ...)
+    __attribute__((format(printf, 3, 4)));
 
 extern template class StringBufferBaseTemplate<wchar_t>;
 extern template class StringBufferBaseTemplate<char>;

@@ -20,6 +20,7 @@
 
 namespace sup {
 
+/// How messages are classified.
 class BRIMPORTABLE_API LoggingEnums {
 public:
     /// The lower, the more important.
@@ -34,6 +35,7 @@ public:
     /// The logs that a message is for, as bits.
     enum LogType : unsigned int { kNotSure = 0, kLogServer = 1, kLogQuery = 2, kLogAll = 0xFFFFFFFF };
 
+    /// Whom a message is for.
     enum Severity : int {
         kSeverityUnknown = 1,
         kSeverityDefault = 1,
@@ -56,13 +58,17 @@ public:
     /// What is known about one message besides its text.
     struct LogMessageAttributes {
         const wchar_t* m_FILE = nullptr; ///< the source file that logs; may be null
+        /// Its line there.
         unsigned int m_line = 0;
         unsigned int m_logTypes = kNotSure; ///< LogType bits
+        /// How important it is, and for whom.
         MessageType m_MessageType = MESSAGE_TYPE_INCIDENT_ERROR;
         int m_MessageSeverity = 0;
+        /// The destinations that want it.
         UniversalLoggerProviderBase* m_UniversalLoggerProviderBase[UNIVERSALLOGER_MAX_PROVIDERS] = {};
         unsigned int m_nProviders = 0; ///< entries in use
 
+        /// The members, read.
         const wchar_t* getFile() const noexcept { return m_FILE; }
         unsigned int getLine() const noexcept { return m_line; }
         unsigned int getLogTypes() const noexcept { return m_logTypes; }
@@ -79,6 +85,7 @@ public:
     public:
         /// The calling thread's logger, never null.
         virtual UniversalLoggerBase* get() = 0;
+        /// True when the thread has a logger that is ready.
         virtual bool isInitializedForTheThread() = 0;
 
     protected:
@@ -124,6 +131,7 @@ public:
     /// Installs `getter`, which must outlive every message. For start-up.
     static void setThreadLoggerGetter(ScaryWarning, ThreadLoggerGetter& getter);
 
+    /// Fills all but the providers.
     static void populateLogMessageAttributes(LogMessageAttributes& attrs, const wchar_t* file,
                                              unsigned int line, unsigned int logTypes, MessageType type,
                                              int severity);

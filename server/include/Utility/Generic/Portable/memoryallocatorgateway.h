@@ -20,6 +20,7 @@
 
 namespace memalloc {
 
+/// Blocks from the allocator library, and its settings for the calling thread.
 class BRIMPORTABLE_API MemoryAllocatorGateway {
 public:
     MemoryAllocatorGateway() = delete;
@@ -50,6 +51,7 @@ public:
     static bool disableThreadAllocationQuota() noexcept;
 };
 
+/// Reports on memory.
 class BRIMPORTABLE_API MemoryUtils {
 public:
     MemoryUtils() = delete;
@@ -64,6 +66,7 @@ class BRIMPORTABLE_API MemoryAllocatorHeap {
 public:
     MemoryAllocatorHeap() = delete;
 
+    /// MemoryAllocatorGateway::allocateAndRemeberSize() and readSizeAndDeallocate().
     static void* allocate(std::size_t size, const char* file, int line);
     static void deallocate(void* p) noexcept;
 };

@@ -13,6 +13,7 @@
 /// Scratch state that a caller may hand to a conversion, for transcoders that keep state from call to call.
 /// None of the built-in ones reads or writes it; null is always right.
 struct SUPTranscodeThreadContext {
+    /// For the transcoder that it is handed to.
     unsigned int nInternals[32];
 };
 
@@ -37,6 +38,7 @@ enum UMBMDirection : unsigned int {
 /// One row of a mapping table: a UTF-16 code unit and its bytes in the encoding. A table is an array of rows
 /// that ends with {0, nullptr, 0, kCP_End}.
 struct UnicodeMultibyteMapping {
+    /// The unit, its bytes (not terminated), their number, and the way the row counts.
     wchar_t wUnicodeChar;
     const char* cMBChars;
     unsigned int nMBChars : 4;
@@ -52,6 +54,7 @@ struct UnicodeMultibyteMapping {
 /// malformed input and unrepresentable characters become replacement characters.
 class BRIMPORTABLE_API TranscoderImplBase : public memalloc::MemAllocNewdel {
 public:
+    /// The types of a conversion's sides, counts and callbacks.
     using wide_char = wchar_t;
     using narrow_char = char;
     using size_type = std::size_t;
@@ -90,8 +93,10 @@ using TranscoderFactory = TranscoderImplBase* (*)(const UnicodeMultibyteMapping*
 
 /// One row of a registry.
 struct SUPTranscodingTable {
+    /// The number, the rows, and what makes a transcoder of them.
     int nCodePage;
     const wchar_t* pTableName; ///< informative
+    /// The rows, the factory, and its second argument.
     const UnicodeMultibyteMapping* pCodeMappings;
     TranscoderFactory fFactory;
     unsigned int nFactoryParam;

@@ -28,11 +28,11 @@ struct SingleByteSteps {
 };
 
 /// Bytes to units.
-struct SingleByteDecoding {
+struct BRIMPORTABLE_API SingleByteDecoding {
     static constexpr std::size_t kUpperHalf = 128;
 
     /// Packs `units`, which must outlive the object. Bytes below `identityLimit` are units of the same value.
-    BRIMPORTABLE_API void pack(const std::array<wchar_t, 256>& units, unsigned identityLimit) noexcept;
+    void pack(const std::array<wchar_t, 256>& units, unsigned identityLimit) noexcept;
 
     const wchar_t* units;   ///< of all 256 bytes
     unsigned identityLimit; ///< 1 to 256
