@@ -18,6 +18,13 @@ install(FILES share/gdb/brimportable.py
   DESTINATION ${CMAKE_INSTALL_DATADIR}/gdb/auto-load${CMAKE_INSTALL_FULL_LIBDIR}
   RENAME libbrimportable.so.${PROJECT_VERSION}-gdb.py COMPONENT dev)
 
+install(DIRECTORY docs/guide examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
+if(BRIM_BUILD_TOOLS)
+  install(FILES docs/man/brimtool.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  install(FILES share/bash-completion/completions/brimtool
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+endif()
+
 # For find_package(brimportable).
 set(_brim_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/brimportable)
 configure_package_config_file(cmake/brimportableConfig.cmake.in ${PROJECT_BINARY_DIR}/brimportableConfig.cmake
