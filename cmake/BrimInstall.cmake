@@ -20,7 +20,11 @@ install(FILES share/gdb/brimportable.py
 
 install(DIRECTORY docs/guide examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
 if(BRIM_BUILD_TOOLS)
-  install(FILES docs/man/brimtool.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  # Compressed, as the policy for packages asks and every man reads.
+  file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/man)
+  execute_process(COMMAND gzip -9nc ${PROJECT_SOURCE_DIR}/docs/man/brimtool.1
+    OUTPUT_FILE ${PROJECT_BINARY_DIR}/man/brimtool.1.gz COMMAND_ERROR_IS_FATAL ANY)
+  install(FILES ${PROJECT_BINARY_DIR}/man/brimtool.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
   install(FILES share/bash-completion/completions/brimtool
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
 endif()
