@@ -2,6 +2,7 @@
 
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
 #include "Utility/Generic/Portable/SUPOS.h"
+#include "colour.h"
 #include "directories.h"
 #include "display_text.h"
 #include "io.h"
@@ -340,6 +341,8 @@ Findings examine() {
 
 const char* nameOf(Severity severity) { return severity == Severity::kError ? "error" : "warning"; }
 
+Colour colourOf(Severity severity) { return severity == Severity::kError ? Colour::kRed : Colour::kYellow; }
+
 std::size_t count(const Findings& findings, Severity severity) {
     return static_cast<std::size_t>(std::count_if(
         findings.begin(), findings.end(), [severity](const Finding& f) { return f.severity == severity; }));
@@ -348,8 +351,8 @@ std::size_t count(const Findings& findings, Severity severity) {
 std::string asText(const Findings& findings) {
     std::string text;
     for (const Finding& finding : findings) {
-        text += std::string(nameOf(finding.severity)) + ": " + finding.message + "\n    " + finding.remedy +
-                ".\n";
+        text += coloured(nameOf(finding.severity), colourOf(finding.severity)) + ": " + finding.message +
+                "\n    " + finding.remedy + ".\n";
     }
     if (findings.empty()) {
         return "Nothing is missing, unreadable or unsafe.\n";

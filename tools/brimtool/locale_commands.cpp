@@ -1,6 +1,7 @@
 #include "locale_commands.h"
 
 #include "Utility/Generic/Portable/SUPOS.h"
+#include "colour.h"
 #include "display_text.h"
 #include "io.h"
 #include "json.h"
@@ -82,8 +83,10 @@ ExitStatus tellNoDocument(const std::string& file, const LocaleFileError& error)
 const char* severityOf(Kind kind) { return kind == Kind::kProblem ? "problem" : "note"; }
 
 std::string lineText(const LocaleFinding& finding) {
-    return "line " + std::to_string(finding.line) + ": " + severityOf(finding.kind) + ": " + finding.text +
-           '\n';
+    const std::string severity = severityOf(finding.kind);
+    return "line " + std::to_string(finding.line) + ": " +
+           (finding.kind == Kind::kProblem ? coloured(severity, Colour::kYellow) : severity) + ": " +
+           finding.text + '\n';
 }
 
 template <class Map>

@@ -37,6 +37,18 @@ constexpr brimtool::Subcommand (*kAdders[])(CLI::App&) = {
     brimtool::addDoctor,    brimtool::addLocale,
 };
 
+constexpr const char* kFooter =
+    R"(Each subcommand has a --help of its own, with examples. Data goes to standard output, messages to standard error.
+Colours show on a terminal only, and not when NO_COLOR is set.
+
+Examples:
+  brimtool doctor
+  brimtool transcode --from iso-8859-7 --to utf-8 greek.txt -o greek.utf8.txt
+  brimtool locale show --help
+
+Exit status of all: 0; 1 for an answer that is no (nothing matches, something is amiss, input that cannot be
+converted); 2 for wrong usage and for files that cannot be read or written.)";
+
 // For help, the version, and errors in the command line.
 brimtool::ExitStatus answer(const CLI::App& app, const CLI::ParseError& outcome) {
     std::ostringstream out;
@@ -56,7 +68,7 @@ int run(int argc, char** argv) {
     CLI::App app("Tools of the brimportable library.", "brimtool");
     app.set_version_flag("--version", "brimtool, " + brimtool::libraryVersion());
     app.require_subcommand(1);
-    app.footer("Each subcommand has a --help of its own.");
+    app.footer(kFooter);
     std::vector<brimtool::Subcommand> subcommands;
     for (const auto& add : kAdders) {
         subcommands.push_back(add(app));
