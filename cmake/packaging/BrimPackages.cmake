@@ -54,7 +54,7 @@ set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_DESCRIPTION "portable utility library: development files
 Headers, and what CMake and pkg-config need to build programs against it.")
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "${BRIM_LIBRARY_PACKAGE} (= ${BRIM_PACKAGE_VERSION})")
-set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS libxerces-c-dev)
+set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS "libxerces-c-dev, libfmt-dev")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "portable utility library: command-line tool

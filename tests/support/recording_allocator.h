@@ -54,6 +54,12 @@ public:
     static void* allocate(std::size_t size, const char* file, int line) noexcept;
     static void free(void* p, std::size_t size) noexcept;
 
+    /// Counts a request of the calling thread; true when it is the one to refuse. For a program that sends
+    /// requests of its own here (refusing_new.h).
+    static bool countsAsRefused() noexcept {
+        return s_requestsUntilRefusal > 0 && --s_requestsUntilRefusal == 0;
+    }
+
 private:
     friend class AllocationLog;
     friend class AllocationRefusal;
@@ -116,9 +122,8 @@ public:
 };
 
 inline void* RecordingAllocator::allocate(std::size_t size, const char* file, int line) noexcept {
-    const bool refused = s_requestsUntilRefusal > 0 && --s_requestsUntilRefusal == 0;
     void* block = nullptr;
-    if (!refused && size <= kLargestSize) {
+    if (!countsAsRefused() && size <= kLargestSize) {
         if (auto* const header = static_cast<Header*>(std::malloc(sizeof(Header) + size))) {
             header->size = size;
             header->state = kLive;
