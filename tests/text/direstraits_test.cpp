@@ -211,7 +211,7 @@ std::vector<int> openDescriptors() {
 }
 
 // The undefined-behaviour sanitizer looks at objects through a pipe, and takes them for damaged without one.
-#if defined(BRIM_SANITIZED) && defined(__SANITIZE_ADDRESS__)
+#if defined(BRIM_SANITIZED) && !defined(__SANITIZE_THREAD__)
 constexpr bool kSanitizerNeedsDescriptors = true;
 #else
 constexpr bool kSanitizerNeedsDescriptors = false;
