@@ -30,11 +30,12 @@ constexpr Source kSources[] = {
     {"hebrew", "hunspell-he", "/usr/share/hunspell/he_IL.dic", "UTF-8"},
     {"arabic", "hunspell-ar", "/usr/share/hunspell/ar.dic", "UTF-8"},
     {"japanese", "skkdic", "/usr/share/skk/SKK-JISYO.L", "EUC-JP"},
+    {"chinese", "fortunes-zh", "/usr/share/games/fortunes/chinese", "UTF-8"},
     {"korean", "hunspell-ko", "/usr/share/hunspell/ko.dic", "UTF-8"},
 };
 
-// Other single-byte encodings: what is shipped in one, and the UTF-8 text that is converted to another.
-constexpr Source kSingleByteSources[] = {
+// Other encodings: what is shipped in one, and the UTF-8 text that is converted to another.
+constexpr Source kOtherSources[] = {
     {"norwegian", "hunspell-no", "/usr/share/hunspell/nb_NO.dic", "ISO-8859-1"},
     {"esperanto", "myspell-eo", "/usr/share/hunspell/eo.dic", "ISO-8859-3"},
     {"estonian", "myspell-et", "/usr/share/hunspell/et_EE.dic", "ISO-8859-15"},
@@ -42,7 +43,11 @@ constexpr Source kSingleByteSources[] = {
 constexpr struct {
     const char* encoding;
     const char* text;
-} kConvertedTexts[] = {{"ISO-8859-6", "arabic"}, {"ISO-8859-8", "hebrew"}, {"CP1252", "german"}};
+} kConvertedTexts[] = {{"ISO-8859-6", "arabic"},
+                       {"ISO-8859-8", "hebrew"},
+                       {"CP1252", "german"},
+                       {"CP932", "japanese"},
+                       {"GBK", "chinese"}};
 
 constexpr const char* kLicenses = "/usr/share/common-licenses";
 constexpr const char* kNames = "/usr/share/unicode/NamesList.txt";
@@ -197,14 +202,14 @@ const Text* findUtf8Text(std::string_view name) {
     return nullptr;
 }
 
-Text singleByteText(const char* encoding) {
+Text encodedText(const char* encoding) {
     const std::string_view wanted = encoding;
     const auto isWanted = [wanted](const Source& source) { return wanted == source.encoding; };
     const Source* source = std::find_if(std::begin(kSources), std::end(kSources), isWanted);
     if (source == std::end(kSources)) {
-        source = std::find_if(std::begin(kSingleByteSources), std::end(kSingleByteSources), isWanted);
+        source = std::find_if(std::begin(kOtherSources), std::end(kOtherSources), isWanted);
     }
-    if (source != std::end(kSingleByteSources)) {
+    if (source != std::end(kOtherSources)) {
         const std::optional<std::string> file = readFile(source->path);
         if (!file) {
             reportMissing(source->name, source->package, source->path);

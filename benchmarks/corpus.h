@@ -40,9 +40,9 @@ const std::vector<Text>& utf8Texts();
 /// The text of `name`; null when it is left out.
 const Text* findUtf8Text(std::string_view name);
 
-/// A text in a single-byte encoding, under its iconv(3) name: as shipped where a file is, otherwise those
-/// lines of a UTF-8 text that the encoding can represent. Empty when its file is missing.
-Text singleByteText(const char* encoding);
+/// A text in another encoding, under its iconv(3) name: as shipped where a file is, otherwise those lines of
+/// a UTF-8 text that the encoding can represent. Empty when its file is missing.
+Text encodedText(const char* encoding);
 
 /// `text` with about one byte in `period` overwritten by another value; the same bytes in every run.
 std::string damaged(std::string text, std::size_t period);

@@ -3,17 +3,10 @@
 #pragma once
 
 #include "report_writer.h"
+#include "sanitizer_heap.h"
 
 #include <cstddef>
 #include <cstdlib>
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#    define FENMEM_SANITIZER_HEAP 1
-#elif defined(__has_feature)
-#    if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#        define FENMEM_SANITIZER_HEAP 1
-#    endif
-#endif
 
 namespace fenmem::libc_backend {
 

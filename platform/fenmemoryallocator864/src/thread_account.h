@@ -4,22 +4,31 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 
 namespace fenmem {
 
-struct ThreadAccount {
-    static constexpr std::int64_t kNoLimit = std::numeric_limits<std::int64_t>::max();
+class ThreadAccount {
+public:
+    static constexpr std::int64_t kNoLimit = std::int64_t{1} << 62;
 
-    std::int64_t held = 0; // negative when the thread has freed more of others' blocks than it holds
-    std::int64_t limit = kNoLimit;
-
-    // `size` is at most backend::kLargestRequest, far from where the sum could wrap.
-    [[nodiscard]] bool allows(std::size_t size) const noexcept {
-        return held + static_cast<std::int64_t>(size) <= limit;
+    /// Negative when the thread has freed more of others' blocks than it holds.
+    [[nodiscard]] std::int64_t held() const noexcept { return m_limit - m_left; }
+    [[nodiscard]] std::int64_t limit() const noexcept { return m_limit; }
+    void setLimit(std::int64_t limit) noexcept {
+        m_left += limit - m_limit;
+        m_limit = limit;
     }
-    void charge(std::size_t size) noexcept { held += static_cast<std::int64_t>(size); }
-    void credit(std::size_t size) noexcept { held -= static_cast<std::int64_t>(size); }
+
+    /// `size` is at most backend::kLargestRequest, far from where the sums could wrap.
+    [[nodiscard]] bool allows(std::size_t size) const noexcept {
+        return static_cast<std::int64_t>(size) <= m_left;
+    }
+    void charge(std::size_t size) noexcept { m_left -= static_cast<std::int64_t>(size); }
+    void credit(std::size_t size) noexcept { m_left += static_cast<std::int64_t>(size); }
+
+private:
+    std::int64_t m_limit = kNoLimit;
+    std::int64_t m_left = kNoLimit; // what the thread may still get
 };
 
 } // namespace fenmem
