@@ -1,10 +1,16 @@
-// BaseStringUtil against the C library, the standard library, {fmt}, ICU and plain loops.
+// BaseStringUtil against the C library, the standard library, {fmt}, ICU, Qt, GLib, Abseil, Boost and plain
+// loops.
 #include "corpus.h"
 
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
 
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+#include <absl/strings/escaping.h>
 #include <algorithm>
 #include <benchmark/benchmark.h>
+#include <boost/algorithm/searching/boyer_moore.hpp>
 #include <charconv>
 #include <clocale>
 #include <cstdint>
@@ -17,6 +23,7 @@
 #include <fmt/compile.h>
 #include <fmt/xchar.h>
 #include <fnmatch.h>
+#include <glib.h>
 #include <iterator>
 #include <memory>
 #include <random>
@@ -32,6 +39,7 @@ namespace {
 
 using Util = BaseStringUtil;
 using Texts = std::vector<std::wstring>;
+using Bytes = std::vector<unsigned char>;
 
 // ---- Rows -------------------------------------------------------------------------------------------------
 
@@ -43,6 +51,8 @@ icu::UnicodeString icuText(const std::wstring& text) {
                                          static_cast<std::int32_t>(text.size()));
 }
 
+QString qtText(const std::wstring& text) { return QString::fromStdWString(text); }
+
 template <class T>
 bool same(const T& answer, const T& expected) {
     return answer == expected;
@@ -52,6 +62,21 @@ bool same(const BrimString& answer, const std::wstring& expected) {
 }
 bool same(const icu::UnicodeString& answer, const std::wstring& expected) {
     return answer == icuText(expected);
+}
+bool same(const QString& answer, const std::wstring& expected) { return answer.toStdWString() == expected; }
+bool same(const QByteArray& answer, const std::wstring& expected) {
+    return same(QString::fromLatin1(answer), expected);
+}
+bool same(const std::string& answer, const std::wstring& expected) {
+    return std::equal(answer.begin(), answer.end(), expected.begin(), expected.end());
+}
+bool same(const std::string& answer, const Bytes& expected) {
+    return std::equal(answer.begin(), answer.end(), expected.begin(), expected.end(),
+                      [](char a, unsigned char b) { return static_cast<unsigned char>(a) == b; });
+}
+bool same(const QStringList& answer, const Texts& expected) {
+    return std::equal(answer.begin(), answer.end(), expected.begin(), expected.end(),
+                      [](const QString& a, const std::wstring& b) { return same(a, b); });
 }
 bool same(const BrimStringVector& answer, const Texts& expected) {
     return std::equal(answer.begin(), answer.end(), expected.begin(), expected.end(),
@@ -174,9 +199,8 @@ void addForwardPatternMatch(const char* name, const WideSearch& search) {
               })
         .peer("Std", wideSearch, [](const WideSearch& s) { return indexOr(s.text.find(s.pattern), s); })
         .peer("BoyerMoore", wideSearch, [](const WideSearch& s) {
-            const std::boyer_moore_searcher searcher(s.pattern.begin(), s.pattern.end());
-            return static_cast<std::size_t>(std::search(s.text.begin(), s.text.end(), searcher) -
-                                            s.text.begin());
+            const auto found = boost::algorithm::boyer_moore_search(s.text, s.pattern).first;
+            return static_cast<std::size_t>(found - s.text.begin());
         });
 }
 
@@ -205,6 +229,20 @@ WideSearch atTheEnd(std::wstring text, const std::wstring& pattern) {
     return {text + pattern, pattern};
 }
 
+// Each word is the two before it together: the pattern nearly fits in a great many places.
+WideSearch wordsOfTwoWords() {
+    std::wstring text = L"b";
+    std::wstring next = L"a";
+    while (text.size() < kLongText) {
+        std::wstring both = next + text;
+        text = std::move(next);
+        next = std::move(both);
+    }
+    std::wstring pattern = text.substr(0, 200);
+    pattern[text.find(L'b', 190)] = L'a';
+    return {text, pattern};
+}
+
 void addSearches() {
     const std::wstring ascii = proseOr("ascii", kLongText, kSentence);
     const std::wstring odd = std::wstring(63, L'a');
@@ -217,6 +255,10 @@ void addSearches() {
     addForwardPatternMatch("periodic_odd_last", {std::wstring(kLongText, L'a'), odd + L"b"});
     addForwardPatternMatch("periodic_odd_middle", {std::wstring(kLongText, L'a'), odd + L"b" + odd});
     addForwardPatternMatch("periodic_odd_first", {std::wstring(kLongText, L'a'), L"b" + odd});
+    addForwardPatternMatch("periodic_pair", {repeatedTo(kLongText, L"ab"), repeatedTo(62, L"ab") + L"b"});
+    addForwardPatternMatch("periodic_flaws", {repeatedTo(kLongText, L"aaaaaaab"),
+                                              repeatedTo(256, L"aaaaaaab") + repeatedTo(256, L"aaaaaab")});
+    addForwardPatternMatch("words_of_two_words", wordsOfTwoWords());
     addForwardPatternMatch("eight_in_forty", {L"quick brown foxes jump over the lazy dog", L"lazy dog"});
     const std::wstring russian = prose("russian", kLongText);
     const std::wstring japanese = prose("japanese", kLongText);
@@ -296,6 +338,9 @@ void addCase(const std::string& script, std::wstring_view sentence, std::size_t 
     const auto icuPair = [](const WideSearch& s) {
         return Search<icu::UnicodeString>{icuText(s.text), icuText(s.pattern)};
     };
+    const auto qtPair = [](const WideSearch& s) {
+        return Search<QString>{qtText(s.text), qtText(s.pattern)};
+    };
     row("CaseInsensitiveMatch", name, std::vector{pair}, matchByLoop)
         .peer("Brim", brimSearch,
               [](const Search<BrimString>& s) { return Util::IsCaseInsensitiveMatch(s.text, s.pattern); })
@@ -303,6 +348,10 @@ void addCase(const std::string& script, std::wstring_view sentence, std::size_t 
               [](const WideSearch& s) { return ::wcscasecmp(s.text.c_str(), s.pattern.c_str()) == 0; })
         .peer("Icu", icuPair,
               [](const Search<icu::UnicodeString>& s) { return s.text.caseCompare(s.pattern, 0) == 0; })
+        .peer("Qt", qtPair,
+              [](const Search<QString>& s) {
+                  return QString::compare(s.text, s.pattern, Qt::CaseInsensitive) == 0;
+              })
         .peer("Loop", wideSearch, matchByLoop);
 
     const WideSearch unequal{text + L'a', pair.pattern + L'B'};
@@ -362,6 +411,15 @@ void addWildcards() {
                 },
                 [](const Search<std::string>& s) {
                     return ::fnmatch(s.pattern.c_str(), s.text.c_str(), FNM_CASEFOLD) == 0;
+                })
+            .peer( // knows no folding: given lower-case texts
+                "Glib",
+                [](const WideSearch& s) {
+                    return Search<std::string>{narrow(mapped(s.text, lower)),
+                                               narrow(mapped(s.pattern, lower))};
+                },
+                [](const Search<std::string>& s) {
+                    return ::g_pattern_match_simple(s.pattern.c_str(), s.text.c_str()) != 0;
                 });
     }
     // No peer gets through these.
@@ -410,14 +468,23 @@ void addTokensAndReplacing() {
         {"prose", {proseOr("ascii", 4096, kSentence), L" \n\t.,;"}},
     };
     for (const auto& [name, text] : texts) {
-        row("Tokenize", name, std::vector{text}, tokensByLoop)
+        auto tokens = row("Tokenize", name, std::vector{text}, tokensByLoop);
+        tokens
             .peer("Brim", brimSearch,
                   [](const Search<BrimString>& s) {
-                      BrimStringVector tokens;
-                      Util::Tokenize(s.text, s.pattern, tokens, false, false);
-                      return tokens;
+                      BrimStringVector split;
+                      Util::Tokenize(s.text, s.pattern, split, false, false);
+                      return split;
                   })
             .peer("Loop", wideSearch, tokensByLoop);
+        if (text.pattern.size() == 1) { // sets of delimiters it knows as regular expressions only
+            tokens.peer(
+                "Qt",
+                [](const WideSearch& s) {
+                    return Search<QString>{qtText(s.text), qtText(s.pattern)};
+                },
+                [](const Search<QString>& s) { return s.text.split(s.pattern[0], Qt::SkipEmptyParts); });
+        }
     }
 
     const auto trimByLoop = [](const std::wstring& s) {
@@ -428,6 +495,7 @@ void addTokensAndReplacing() {
     };
     row("TrimBoth", "38", Texts{L"  \t the text of thirty-eight letters \n"}, trimByLoop)
         .peer("Brim", brim, [](const BrimString& s) { return Util::TrimBoth(s); })
+        .peer("Qt", qtText, [](const QString& s) { return s.trimmed(); })
         .peer("Loop", plain, trimByLoop);
 
     const std::wstring ascii = proseOr("ascii", kLongText, kSentence);
@@ -575,6 +643,20 @@ std::wstring uriByLoop(const std::wstring& text) {
     return out;
 }
 
+QByteArray qtBytes(const std::wstring& text) { return qtText(text).toLatin1(); }
+
+// It escapes blanks like other characters.
+struct QtEncoded {
+    QByteArray bytes;
+};
+bool same(const QtEncoded& answer, const std::wstring& expected) {
+    QByteArray bytes(answer.bytes);
+    for (const char* const blank : {"%20", "%0A", "%09", "%0D"}) {
+        bytes.replace(blank, "+");
+    }
+    return same(bytes, expected);
+}
+
 std::wstring xmlByLoop(const std::wstring& text) {
     std::wstring out;
     out.reserve(text.size());
@@ -611,11 +693,15 @@ void addEscapes() {
     for (const auto& [name, text] : uris) {
         row("UriEncode", name, Texts{text}, uriByLoop)
             .peer("Brim", brim, [](const BrimString& s) { return Util::UriEncode(s); })
+            .peer("Qt", qtBytes, [](const QByteArray& s) { return QtEncoded{s.toPercentEncoding("!'()*")}; })
             .peer("Loop", plain, uriByLoop);
         const std::wstring expected = mapped(
             text, [](wchar_t c) { return std::iswspace(static_cast<std::wint_t>(c)) != 0 ? L' ' : c; });
         Row<std::wstring, std::wstring>("UriDecode", name, {uriByLoop(text)}, {expected})
-            .peer("Brim", brim, [](const BrimString& s) { return Util::UriDecode(s, false); });
+            .peer("Brim", brim, [](const BrimString& s) { return Util::UriDecode(s, false); })
+            .peer(
+                "Qt", [](const std::wstring& s) { return qtBytes(s).replace('+', "%20"); },
+                [](const QByteArray& s) { return QByteArray::fromPercentEncoding(s); });
     }
     const std::pair<const char*, std::wstring> xml[] = {
         {"plain_64", repeatedTo(64, kSentence)},
@@ -627,7 +713,6 @@ void addEscapes() {
             .peer("Brim", brim, [](const BrimString& s) { return Util::EscapeXMLChars(s); })
             .peer("Loop", plain, xmlByLoop);
     }
-    using Bytes = std::vector<unsigned char>;
     for (const std::size_t size : {std::size_t{30}, std::size_t{1024}, kLongText}) {
         std::mt19937_64 random(23);
         Bytes data(size);
@@ -635,12 +720,21 @@ void addEscapes() {
         const BrimString encoded = Util::EncodeBase64(data, false);
         const std::wstring text(encoded.begin(), encoded.end());
         Row<Bytes, std::wstring>("EncodeBase64", std::to_string(size), {data}, {text})
-            .peer("Brim", kSelf, [](const Bytes& bytes) { return Util::EncodeBase64(bytes, false); });
+            .peer("Brim", kSelf, [](const Bytes& bytes) { return Util::EncodeBase64(bytes, false); })
+            .peer(
+                "Absl", [](const Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); },
+                [](const std::string& bytes) { return absl::Base64Escape(bytes); });
         Row<std::wstring, Bytes>("DecodeBase64", std::to_string(size), {text}, {data})
-            .peer("Brim", narrow, [](std::string& s) {
-                Bytes bytes;
-                Util::Base64Decode(reinterpret_cast<unsigned char*>(s.data()), static_cast<int>(s.size()),
-                                   bytes);
+            .peer("Brim", narrow,
+                  [](std::string& s) {
+                      Bytes bytes;
+                      Util::Base64Decode(reinterpret_cast<unsigned char*>(s.data()),
+                                         static_cast<int>(s.size()), bytes);
+                      return bytes;
+                  })
+            .peer("Absl", narrow, [](const std::string& s) {
+                std::string bytes;
+                absl::Base64Unescape(s, &bytes);
                 return bytes;
             });
     }

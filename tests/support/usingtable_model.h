@@ -84,7 +84,7 @@ public:
         }
         return node == &m_start ? units : units + L'?';
     }
-    std::string encoded(std::wstring_view units) const {
+    std::string encoded(std::wstring_view units, std::string_view unmappable = "?") const {
         std::string bytes;
         for (std::size_t i = 0; i < units.size(); ++i) {
             const auto known = m_bytes.find(units[i]);
@@ -93,7 +93,7 @@ public:
             } else if (known != m_bytes.end()) {
                 bytes += known->second;
             } else {
-                bytes += '?';
+                bytes += unmappable;
                 const bool isPair = units[i] >= 0xD800 && units[i] <= 0xDBFF && i + 1 < units.size() &&
                                     units[i + 1] >= 0xDC00 && units[i + 1] <= 0xDFFF;
                 i += isPair ? 1 : 0;

@@ -1,19 +1,16 @@
 // TranscoderUsingTable against a tree that grows as the rows say, and against whole published code pages.
 #include "transcoderusingtable.h"
 
+#include "platform_page.h"
 #include "usingtable_model.h"
 
 #include <gtest/gtest.h>
-
-#include <iconv.h>
 
 #include <algorithm>
 #include <cstddef>
 #include <deque>
 #include <iterator>
-#include <map>
 #include <memory>
-#include <optional>
 #include <random>
 #include <string>
 #include <string_view>
@@ -21,6 +18,7 @@
 using namespace sup::transcodeimpl;
 using brimtest::decoded;
 using brimtest::encoded;
+using brimtest::PlatformPage;
 using brimtest::TableRow;
 using brimtest::transcoderOf;
 using brimtest::UsingTableModel;
@@ -57,92 +55,22 @@ TEST(TranscoderUsingTableModel, AgreesOnRandomTables) {
     }
 }
 
-// One direction of the platform's converter, a character at a time.
-class Iconv {
-public:
-    Iconv(const char* to, const char* from) : m_converter(::iconv_open(to, from)) {}
-    ~Iconv() {
-        if (isOpen()) {
-            ::iconv_close(m_converter);
-        }
-    }
-    Iconv(const Iconv&) = delete;
-    Iconv& operator=(const Iconv&) = delete;
-
-    bool isOpen() const { return m_converter != reinterpret_cast<iconv_t>(-1); }
-    /// Nothing when the bytes are not exactly one character.
-    std::optional<std::string> convert(std::string bytes) {
-        char* in = bytes.data();
-        std::size_t inLeft = bytes.size();
-        char buffer[16];
-        char* out = buffer;
-        std::size_t outLeft = sizeof(buffer);
-        ::iconv(m_converter, nullptr, nullptr, nullptr, nullptr);
-        if (::iconv(m_converter, &in, &inLeft, &out, &outLeft) != 0) { // not reversible ones either
-            return std::nullopt;
-        }
-        return std::string(buffer, out);
-    }
-
-private:
-    iconv_t m_converter;
-};
-
-std::string utf16Of(wchar_t unit) { return {static_cast<char>(unit & 0xFF), static_cast<char>(unit >> 8)}; }
-
 class PublishedPage : public testing::TestWithParam<const char*> {
 protected:
     void SetUp() override {
-        Iconv decoder("UTF-16LE", GetParam());
-        Iconv encoder(GetParam(), "UTF-16LE");
-        ASSERT_TRUE(decoder.isOpen() && encoder.isOpen());
-        const auto add = [&](const std::string& bytes) {
-            const auto utf16 = decoder.convert(bytes);
-            if (utf16 && utf16->size() == 2) {
-                m_units[bytes] =
-                    static_cast<unsigned char>((*utf16)[0]) | static_cast<unsigned char>((*utf16)[1]) << 8;
-            }
-        };
-        for (int first = 0x80; first < 0x100; ++first) {
-            const std::string lead(1, static_cast<char>(first));
-            add(lead);
-            for (int second = 0x30; m_units.count(lead) == 0 && second < 0x100; ++second) {
-                add(lead + static_cast<char>(second));
-            }
-        }
-        for (wchar_t unit = 0x80; unit <= 0xFFFF; ++unit) {
-            const auto bytes = encoder.convert(utf16Of(unit));
-            if (bytes && bytes->size() <= 3) {
-                m_bytes[unit] = *bytes;
-                add(*bytes);
-            }
-        }
-        ASSERT_GT(m_units.size(), 6000U);
-        ASSERT_GT(m_bytes.size(), 6000U);
-        for (const auto& [bytes, unit] : m_units) {
-            const auto back = m_bytes.find(unit);
-            const bool either = back != m_bytes.end() && back->second == bytes;
-            m_rows.push_back({unit, bytes, either ? kCP_Either : kCP_MBToUnicode});
-        }
-        for (const auto& [unit, bytes] : m_bytes) {
-            const auto back = m_units.find(bytes);
-            if (back == m_units.end() || back->second != unit) {
-                m_rows.push_back({unit, bytes, kCP_UnicodeToMB});
-            }
-        }
-        m_transcoder = transcoderOf(m_rows, 128);
+        ASSERT_GT(m_page.units().size(), 6000U);
+        ASSERT_GT(m_page.bytes().size(), 6000U);
     }
 
-    std::map<std::string, wchar_t> m_units;
-    std::map<wchar_t, std::string> m_bytes;
-    std::deque<TableRow> m_rows;
-    std::unique_ptr<TranscoderImplBase> m_transcoder;
+    const PlatformPage m_page{GetParam()};
+    const std::deque<TableRow> m_rows = m_page.rows();
+    const std::unique_ptr<TranscoderImplBase> m_transcoder = transcoderOf(m_rows, 128);
 };
 
 TEST_P(PublishedPage, DecodesEverySequence) {
     std::string all;
     std::wstring allUnits;
-    for (const auto& [bytes, unit] : m_units) {
+    for (const auto& [bytes, unit] : m_page.units()) {
         ASSERT_EQ(decoded(*m_transcoder, bytes), std::wstring(1, unit));
         all += bytes + "z";
         allUnits += {unit, L'z'};
@@ -158,10 +86,10 @@ TEST_P(PublishedPage, EncodesEveryUnit) {
     std::string all;
     std::wstring allUnits;
     for (wchar_t unit = 0; unit <= 0xFFFF; ++unit) {
-        const auto known = m_bytes.find(unit);
-        const std::string bytes = unit < 0x80              ? std::string(1, static_cast<char>(unit))
-                                  : known == m_bytes.end() ? "?"
-                                                           : known->second;
+        const auto known = m_page.bytes().find(unit);
+        const std::string bytes = unit < 0x80                     ? std::string(1, static_cast<char>(unit))
+                                  : known == m_page.bytes().end() ? "?"
+                                                                  : known->second;
         ASSERT_EQ(encoded(*m_transcoder, std::wstring(1, unit)), bytes) << static_cast<int>(unit);
         all += bytes + "z";
         allUnits += {unit, L'z'};

@@ -3,6 +3,7 @@
 
 #include "guarded_buffer.h"
 #include "kernel_levels.h"
+#include "kernels/search.h"
 #include "search_model.h"
 #include "test_locale.h"
 #include "wide_texts.h"
@@ -15,6 +16,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace {
 
@@ -249,6 +251,60 @@ TEST(PatternMatches, GetThroughTextsThatDeceiveEveryProbe) {
                 ASSERT_EQ(reverse(part, pattern, kNowhere), last) << m << ", " << flaw;
             });
         }
+    }
+}
+
+TEST(PatternMatches, TheLinearWayAgreesWithTheModelOnAllShortTexts) {
+    // Two letters that share an entry of the table of skips, and one of its own.
+    constexpr wchar_t kLetters[] = {L'a', L'a' + 256, L'b'};
+    constexpr std::size_t kLength = 7;
+    std::vector<std::vector<std::wstring>> texts{{L""}};
+    for (std::size_t n = 0; n < kLength; ++n) {
+        texts.emplace_back();
+        for (const std::wstring& shorter : texts[n]) {
+            for (const wchar_t c : kLetters) {
+                texts[n + 1].push_back(shorter + c);
+            }
+        }
+    }
+    for (std::size_t m = 1; m <= 5; ++m) {
+        for (const std::wstring& pattern : texts[m]) {
+            for (const std::wstring& text : texts[kLength]) {
+                ASSERT_EQ(sup::kernels::findTextLinearly(text.data(), kLength, pattern.data(), m),
+                          std::min(text.find(pattern), kLength))
+                    << ::testing::PrintToString(text) << ", " << ::testing::PrintToString(pattern);
+                ASSERT_EQ(sup::kernels::findLastTextLinearly(text.data(), kLength, pattern.data(), m),
+                          std::min(text.rfind(pattern), kLength))
+                    << ::testing::PrintToString(text) << ", " << ::testing::PrintToString(pattern);
+            }
+        }
+    }
+}
+
+TEST(PatternMatches, TheLinearWayAgreesWithTheModelOnPeriodicTexts) {
+    constexpr std::uint64_t kSeed = 7306;
+    RandomTexts random(kSeed);
+    for (int i = 0; i < 20000; ++i) {
+        const std::wstring unit = random.textOf(L"ab", 1 + random.below(7));
+        std::wstring text;
+        while (text.size() < 250) {
+            text += unit;
+        }
+        for (std::size_t flaw = random.below(4); flaw != 0; --flaw) {
+            text[random.below(text.size())] ^= 3; // a and b change places
+        }
+        std::wstring pattern = text.substr(random.below(150), 1 + random.below(90));
+        if (random.flip()) {
+            pattern[random.below(pattern.size())] ^= 3;
+        }
+        text.resize(random.below(text.size() + 1));
+        const std::size_t n = text.size();
+        ASSERT_EQ(sup::kernels::findTextLinearly(text.data(), n, pattern.data(), pattern.size()),
+                  std::min(text.find(pattern), n))
+            << "seed " << kSeed << ", round " << i;
+        ASSERT_EQ(sup::kernels::findLastTextLinearly(text.data(), n, pattern.data(), pattern.size()),
+                  std::min(text.rfind(pattern), n))
+            << "seed " << kSeed << ", round " << i;
     }
 }
 

@@ -2,10 +2,13 @@
 //
 // Decoding runs a state machine of blocks of 256 entries, one entry a byte; block 0 is the start, and a lead
 // byte's entry names the block of the byte that follows. Encoding looks a code unit up in one dense table.
+// Text is one pass of the loops of kernels/mbtable.h, which know the characters of one byte and of two from a
+// packed copy of the machine. Where they stop, a few characters go by the tables themselves.
 #pragma once
 
 #include "Utility/Generic/Portable/BrimNodeAlloc.h"
 #include "Utility/Generic/Portable/transcoderbase.h"
+#include "kernels/mbtable.h"
 
 #include <cstddef>
 #include <vector>
@@ -53,14 +56,21 @@ private:
 
     void AddUnicodeMapping(const UnicodeMultibyteMapping& row);
     bool AddMBMapping(const UnicodeMultibyteMapping& row);
+    void pack();
     const goo* mappingOf(wide_char unit) const noexcept;
+    bool decodeByMachine(const char* src, size_type srcLen, wide_char* dst, size_type dstLen,
+                         kernels::MultibyteProgress& at) const noexcept;
     template <bool bCallback>
-    size_type encode(const wide_char* src, size_type srcLen, char* dst, size_type dstLen, callback cb,
-                     callbackParam cbParam) const;
+    bool encodeByTable(const wide_char* src, size_type srcLen, char* dst, size_type dstLen, callback cb,
+                       callbackParam cbParam, kernels::MultibyteProgress& at) const;
 
     std::vector<goo, BrimStlAllocator<goo>> m_vPrimaryUnicode;
     std::vector<MBCharState, BrimStlAllocator<MBCharState>> m_vMBState;
     std::size_t m_nMBFactor;
+
+    // What the loops see of them.
+    kernels::MultibyteDecoding m_decoding;
+    bool m_fitsEncodingLoop; ///< no mapping has bytes behind a zero
 };
 
 } // namespace sup::transcodeimpl

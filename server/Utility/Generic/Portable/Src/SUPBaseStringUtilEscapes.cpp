@@ -3,8 +3,11 @@
 
 #include "CharacterSet.h"
 #include "LocaleCharacters.h"
+#include "UnfilledString.h"
 #include "Utility/Generic/Portable/SUPAutobuffer.h"
 #include "Utility/Generic/Portable/SUPOS.h"
+#include "kernels/base64.h"
+#include "kernels/kernels.h"
 
 #include <algorithm>
 #include <array>
@@ -18,21 +21,8 @@ namespace {
 using String = BaseStringUtil::String;
 
 constexpr unsigned int kUtf8 = 65001;
-constexpr char base64tab[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr std::size_t kBase64Line = 76;
-
-// The 6-bit value of each character of the alphabet, -1 for all others.
-constexpr std::array<signed char, 256> base64Values() {
-    std::array<signed char, 256> values{};
-    for (signed char& value : values) {
-        value = -1;
-    }
-    for (signed char i = 0; i < 64; ++i) {
-        values[static_cast<unsigned char>(base64tab[i])] = i;
-    }
-    return values;
-}
-constexpr std::array<signed char, 256> g_base64_chars = base64Values();
+constexpr std::size_t kBase64Piece = 1024; // groups
 
 // Also for a value that is no hexadecimal digit; the result then is no digit either.
 wchar_t hexDigit(int value) { return static_cast<wchar_t>(value < 10 ? L'0' + value : L'A' + (value - 10)); }
@@ -198,29 +188,38 @@ const Entity& xmlEntityOf(wchar_t c) {
     }
 }
 
-String encodeBase64(const unsigned char* data, std::size_t size, bool breakLines) {
-    const std::size_t characters = (size + 2) / 3 * 4;
-    const std::size_t breaks = breakLines && characters != 0 ? (characters - 1) / kBase64Line : 0;
-    String out(characters + 2 * breaks, L'=');
-    wchar_t* to = out.mutable_begin();
-    std::size_t onLine = 0;
-    for (std::size_t i = 0; i < size; i += 3) {
-        if (breakLines && onLine == kBase64Line) {
-            *to++ = L'\r';
-            *to++ = L'\n';
-            onLine = 0;
-        }
-        const std::size_t n = std::min<std::size_t>(size - i, 3);
-        const unsigned int bits = static_cast<unsigned int>(data[i]) << 16 |
-                                  (n > 1 ? static_cast<unsigned int>(data[i + 1]) << 8 : 0) |
-                                  (n > 2 ? static_cast<unsigned int>(data[i + 2]) : 0);
-        for (std::size_t k = 0; k <= n; ++k) { // what is left of the four stays "="
-            to[k] = base64tab[bits >> (18 - 6 * k) & 0x3F];
-        }
-        to += 4;
-        onLine += 4;
+// The Base64 form of `size` bytes; returns its end.
+wchar_t* writeBase64(const unsigned char* data, std::size_t size, wchar_t* to) {
+    char text[4 * kBase64Piece];
+    while (size >= 3) {
+        const std::size_t groups = std::min(size / 3, kBase64Piece);
+        sup::kernels::encodeBase64(data, groups, text);
+        sup::kernels::kernels().widen(text, 4 * groups, to);
+        data += 3 * groups;
+        size -= 3 * groups;
+        to += 4 * groups;
     }
-    return out;
+    if (size != 0) {
+        const unsigned char last[] = {data[0], size > 1 ? data[1] : static_cast<unsigned char>(0), 0};
+        sup::kernels::encodeBase64(last, 1, text);
+        to = std::copy(text, text + size + 1, to);
+        to = std::fill_n(to, 3 - size, L'=');
+    }
+    return to;
+}
+
+String encodeBase64(const unsigned char* data, std::size_t size, bool breakLines) {
+    constexpr std::size_t kBytesOfLine = kBase64Line / 4 * 3;
+    const std::size_t characters = (size + 2) / 3 * 4;
+    const std::size_t breaks = breakLines && size != 0 ? (characters - 1) / kBase64Line : 0;
+    sup::UnfilledString out(characters + 2 * breaks);
+    wchar_t* to = out.begin();
+    for (std::size_t line = 0; line < breaks; ++line, data += kBytesOfLine, size -= kBytesOfLine) {
+        to = writeBase64(data, kBytesOfLine, to);
+        *to++ = L'\r';
+        *to++ = L'\n';
+    }
+    return out.takeTo(writeBase64(data, size, to));
 }
 
 } // namespace
@@ -284,31 +283,28 @@ String BaseStringUtil::UriDecode(const String& text, bool requireMarker) {
     return out;
 }
 
+// By pieces that stay in the nearest cache: a vector would fill its memory before the bytes come.
 void BaseStringUtil::Base64Decode(unsigned char* in, int length, std::vector<unsigned char>& out) {
-    out.resize(length < 0 ? 0 : static_cast<std::size_t>(length));
-    const auto valueAt = [in](int i) { return static_cast<int>(g_base64_chars[in[i]]); };
-    std::size_t n = 0;
-    int i = 0;
-    for (; length - i >= 4; i += 4) {
-        const int bits = valueAt(i) << 18 | valueAt(i + 1) << 12 | valueAt(i + 2) << 6 | valueAt(i + 3);
-        if (bits < 0) { // one of them is no character of the alphabet
-            break;
-        }
-        out[n++] = static_cast<unsigned char>(bits >> 16);
-        out[n++] = static_cast<unsigned char>(bits >> 8);
-        out[n++] = static_cast<unsigned char>(bits);
+    unsigned char bytes[3 * kBase64Piece];
+    std::size_t left = length < 0 ? 0 : static_cast<std::size_t>(length);
+    out.clear();
+    out.reserve(left / 4 * 3 + 2);
+    for (std::size_t groups = kBase64Piece; groups == kBase64Piece;) {
+        groups = sup::kernels::decodeBase64(in, std::min(left / 4, kBase64Piece), bytes);
+        out.insert(out.end(), bytes, bytes + 3 * groups);
+        in += 4 * groups;
+        left -= 4 * groups;
     }
     unsigned int bits = 0;
     int held = 0;
-    for (; i < length && valueAt(i) >= 0; ++i) {
-        bits = bits << 6 | static_cast<unsigned int>(valueAt(i));
+    for (; left != 0 && sup::kernels::g_base64_chars[*in] >= 0; --left, ++in) {
+        bits = bits << 6 | static_cast<unsigned int>(sup::kernels::g_base64_chars[*in]);
         held += 6;
         if (held >= 8) {
             held -= 8;
-            out[n++] = static_cast<unsigned char>(bits >> held);
+            out.push_back(static_cast<unsigned char>(bits >> held));
         }
     }
-    out.resize(n);
 }
 
 int BaseStringUtil::EncodeBase64(const String& text, String& out) {

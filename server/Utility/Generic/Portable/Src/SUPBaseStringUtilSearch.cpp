@@ -52,7 +52,7 @@ public:
             return findFrom(text, hit + 1);
         }
         if (!m_borders) {
-            m_borders.emplace(m_what, m_length, 1);
+            m_borders.emplace(m_what, m_length);
         }
         std::size_t matched = m_borders->afterMatch();
         for (std::size_t i = hit + m_length; i < n && text[i] != L'\0'; ++i) {

@@ -44,7 +44,7 @@ public:
     std::size_t findNext() {
         const std::size_t m = m_pattern.length();
         if (!m_borders) {
-            m_borders.emplace(m_pattern.begin(), m, 1);
+            m_borders.emplace(m_pattern.begin(), m);
         }
         std::size_t matched = m_borders->afterMatch();
         for (std::size_t i = m_last + m; i < m_text.length(); ++i) {

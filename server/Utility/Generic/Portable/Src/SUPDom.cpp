@@ -4,13 +4,16 @@
 #include "Utility/Generic/Portable/SUPExceptionSupport.h"
 #include "Utility/Generic/Portable/SUPOS.h"
 #include "Utility/Generic/Portable/memoryallocatorgateway.h"
+#include "XercesReadiness.h"
 #include "XmlDocumentLimits.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <mutex>
 
 #include <xercesc/dom/DOMNamedNodeMap.hpp>
 #include <xercesc/framework/LocalFileInputSource.hpp>
@@ -135,6 +138,22 @@ DOMDocument* parse(const xercesc::InputSource& source, xercesc::XercesDOMParser&
     return parser.getDocument();
 }
 
+constinit std::mutex g_startMutex;
+constinit std::atomic<bool> g_isXercesReady{false};
+
+// Silent, as the header tells. What was begun is taken back, so that it can be begun again.
+void startXerces(QuayMemoryManager& memory) {
+    if (g_isXercesReady.load(std::memory_order_relaxed)) {
+        return;
+    }
+    try {
+        XMLPlatformUtils::Initialize(xercesc::XMLUni::fgXercescDefaultLocale, nullptr, nullptr, &memory);
+        g_isXercesReady.store(true, std::memory_order_release);
+    } catch (...) {
+        XMLPlatformUtils::Terminate();
+    }
+}
+
 } // namespace
 
 // ---- Xerces' surroundings ---------------------------------------------------------------------------------
@@ -149,13 +168,7 @@ void QuayMemoryManager::deallocate(void* p) { memalloc::MemoryAllocatorGateway::
 
 xercesc::MemoryManager* QuayMemoryManager::getExceptionMemoryManager() { return this; }
 
-XercesInitializer::XercesInitializer() {
-    try {
-        XMLPlatformUtils::Initialize(xercesc::XMLUni::fgXercescDefaultLocale, nullptr, nullptr, &m_tMgr);
-    } catch (...) {
-        // Silent, as the header tells.
-    }
-}
+XercesInitializer::XercesInitializer() { startXerces(m_tMgr); }
 
 XercesInitializer::~XercesInitializer() {
     try {
@@ -167,8 +180,14 @@ XercesInitializer::~XercesInitializer() {
 
 XercesInitializer& XercesInitializer::GetXercesInit() {
     static XercesInitializer initializer;
+    if (!sup::isXercesReady()) { // memory may be there by now
+        const std::lock_guard<std::mutex> lock(g_startMutex);
+        startXerces(initializer.m_tMgr);
+    }
     return initializer;
 }
+
+bool sup::isXercesReady() noexcept { return g_isXercesReady.load(std::memory_order_acquire); }
 
 SUPDomErrorReporter::~SUPDomErrorReporter() = default;
 

@@ -220,6 +220,15 @@ void makeDirectoryOf(DirectoryOperation operation, bool fallbackCounts) {
     }
 }
 
+// What a missing configuration leaves of a path would lie at the root of the file system.
+void makeComponentDirectories() {
+    makeDirectoryOf(SystemUtility::GetComponentDirectory, true);
+    makeDirectoryOf(SystemUtility::GetTempDirectory, true);
+    makeDirectoryOf(SystemUtility::GetConfigDirectory, false);
+    makeDirectoryOf(SystemUtility::GetLogDirectory, true);
+    makeDirectoryOf(SystemUtility::GetHXAppGroupDirectory, false);
+}
+
 } // namespace
 
 void CleanupPath(sup::String<wchar_t>& path) {
@@ -464,12 +473,12 @@ bool SUPEnvInit::AssociateCompType(const ComponentNames& names) {
     }
     m_componentNamesSet.store(true, std::memory_order_release); // both names stand
 
-    // What a missing configuration leaves of a path would lie at the root of the file system.
-    makeDirectoryOf(SystemUtility::GetComponentDirectory, true);
-    makeDirectoryOf(SystemUtility::GetTempDirectory, true);
-    makeDirectoryOf(SystemUtility::GetConfigDirectory, false);
-    makeDirectoryOf(SystemUtility::GetLogDirectory, true);
-    makeDirectoryOf(SystemUtility::GetHXAppGroupDirectory, false);
+    try {
+        makeComponentDirectories();
+    } catch (...) { // no memory: the next association makes the rest
+        m_componentNamesSet.store(false, std::memory_order_release);
+        throw;
+    }
     return true;
 }
 

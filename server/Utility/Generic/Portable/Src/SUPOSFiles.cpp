@@ -44,19 +44,34 @@ private:
 };
 
 // The working directory while a test of another one takes place, and the way back: by name, or by descriptor
-// where the name cannot be expressed in the code page.
+// where the name cannot be expressed in the code page. Whoever leaves it by an exception comes back too.
 class WorkingDirectory {
 public:
     WorkingDirectory() : m_lock(s_mutex), m_descriptor(::open(".", O_PATH | O_DIRECTORY | O_CLOEXEC)) {
         m_isKnown = OSAbstraction::g_wgetcwdFuncPtr(m_name, static_cast<int>(std::size(m_name))) != nullptr;
     }
-
-    bool leaveFor(const String& path) const {
-        return m_isKnown && OSAbstraction::g_wchdirFuncPtr(path.c_str()) == 0;
+    ~WorkingDirectory() {
+        if (m_isLeft) {
+            comeBack();
+        }
     }
-    bool comeBack() const {
-        return OSAbstraction::g_wchdirFuncPtr(m_name) == 0 ||
-               (m_descriptor.isOpen() && ::fchdir(m_descriptor.get()) == 0);
+    WorkingDirectory(const WorkingDirectory&) = delete;
+    WorkingDirectory& operator=(const WorkingDirectory&) = delete;
+
+    bool leaveFor(const String& path) {
+        m_isLeft = m_isKnown && OSAbstraction::g_wchdirFuncPtr(path.c_str()) == 0;
+        return m_isLeft;
+    }
+    bool comeBack() noexcept {
+        m_isLeft = false;
+        try {
+            if (OSAbstraction::g_wchdirFuncPtr(m_name) == 0) {
+                return true;
+            }
+        } catch (...) {
+            // No memory for the name: the descriptor needs none.
+        }
+        return m_descriptor.isOpen() && ::fchdir(m_descriptor.get()) == 0;
     }
 
 private:
@@ -65,6 +80,7 @@ private:
     Descriptor m_descriptor;
     wchar_t m_name[kMostDirectoryLength];
     bool m_isKnown;
+    bool m_isLeft = false;
 };
 
 bool narrow(const String& path, sup::String<char>& result) {
@@ -128,7 +144,7 @@ bool copyBytes(int from, int to) {
 } // namespace
 
 bool SystemUtility::IsValidDirectory(const String& path) {
-    const WorkingDirectory before;
+    WorkingDirectory before;
     return before.leaveFor(path) && before.comeBack();
 }
 
@@ -175,7 +191,7 @@ bool SystemUtility::ChangeCurrentWorkingDirectory(const String& path) {
 }
 
 bool SystemUtility::GetFullDirectoryPath(const String& dir, String& path) {
-    const WorkingDirectory before;
+    WorkingDirectory before;
     if (!before.leaveFor(dir)) {
         return false;
     }

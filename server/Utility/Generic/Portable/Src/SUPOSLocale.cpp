@@ -1,6 +1,7 @@
 // The platform wrappers that depend on a locale: collation, facts, the formats of dates and times.
 #include "Utility/Generic/Portable/SUPOSBase.h"
 
+#include "Utility/Generic/Portable/BrimNodeAlloc.h"
 #include "Utility/Generic/Portable/SUPAutobuffer.h"
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
 #include "Utility/Generic/Portable/SUPExceptionSupport.h"
@@ -14,10 +15,12 @@
 #include <ctime>
 #include <cwchar>
 #include <cwctype>
+#include <functional>
 #include <iterator>
 #include <langinfo.h>
 #include <map>
 #include <mutex>
+#include <utility>
 
 namespace OSAbstraction {
 
@@ -67,7 +70,12 @@ public:
         }
         const locale_t loaded = load(id);
         if (loaded != nullptr) {
-            m_locales.emplace(id, loaded);
+            try {
+                m_locales.emplace(id, loaded);
+            } catch (...) {
+                ::freelocale(loaded);
+                throw;
+            }
         }
         return loaded;
     }
@@ -85,7 +93,9 @@ private:
     }
 
     std::mutex m_mutex;
-    std::map<unsigned int, locale_t> m_locales;
+    std::map<unsigned int, locale_t, std::less<unsigned int>,
+             BrimStlAllocator<std::pair<const unsigned int, locale_t>>>
+        m_locales;
 };
 
 // The locale of the calling thread while it lives; the process's own for id 0.

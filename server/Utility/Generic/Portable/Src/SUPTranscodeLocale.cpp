@@ -109,7 +109,13 @@ sup::String<wchar_t> GetLocaleFile() {
     if (std::setlocale(LC_CTYPE, "C") == nullptr) {
         report(ErrorManager::E_Portable_LocaleUnavailable, "C", nullptr);
     }
-    const sup::String<wchar_t> result = path();
+    sup::String<wchar_t> result;
+    try {
+        result = path();
+    } catch (...) {
+        std::setlocale(LC_CTYPE, saved.c_str());
+        throw;
+    }
     if (std::setlocale(LC_CTYPE, saved.c_str()) == nullptr) {
         report(ErrorManager::E_Portable_DefaultLocaleUnsupported, saved.c_str(), nullptr);
     }

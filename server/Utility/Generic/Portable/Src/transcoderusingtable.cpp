@@ -1,9 +1,10 @@
 #include "transcoderusingtable.h"
 
 #include "Utility/Generic/Portable/SUPOSBase.h"
-#include "kernels/utf8.h"
+#include "kernels/kernels.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 namespace sup::transcodeimpl {
@@ -15,6 +16,12 @@ constexpr std::size_t kCodeUnits = 0x10000;
 constexpr std::size_t kBlock = 256;
 constexpr std::size_t kMostEntries = 0x10000; // an entry's index of another has 16 bits
 constexpr std::size_t kBytesKept = 4;
+// Texts up to this length go by the tables: choosing a loop would take longer.
+constexpr std::size_t kShortText = 8;
+// What a loop does not know seldom comes alone: so much goes by the tables.
+constexpr std::size_t kBytesByMachine = 64;
+constexpr std::size_t kUnitsByTable = 16;
+constexpr wchar_t kUnmappable = L'?';
 constexpr const char* kThisFile = "server/Utility/Generic/Portable/Src/transcoderusingtable.cpp";
 constexpr int kAllocationLine = 21;
 
@@ -23,7 +30,8 @@ std::size_t valueOf(char byte) { return static_cast<unsigned char>(byte); }
 } // namespace
 
 TranscoderUsingTable::TranscoderUsingTable(const UnicodeMultibyteMapping* table, std::size_t identityCount)
-    : m_vPrimaryUnicode(kCodeUnits, goo{}), m_vMBState(kBlock, MBCharState{}), m_nMBFactor(1) {
+    : m_vPrimaryUnicode(kCodeUnits, goo{}), m_vMBState(kBlock, MBCharState{}), m_nMBFactor(1),
+      m_fitsEncodingLoop(true) {
     for (std::size_t byte = 0; byte < std::min(identityCount, kBlock); ++byte) {
         m_vMBState[byte].eState = kUnicodeChar;
         m_vMBState[byte].wUnicodeChar = static_cast<wchar_t>(byte);
@@ -37,6 +45,7 @@ TranscoderUsingTable::TranscoderUsingTable(const UnicodeMultibyteMapping* table,
             isFull = true;
         }
     }
+    pack();
     if (isFull) {
         UtilityPortableErrorMessageManager::Get(nullptr, false)
             ->ThrowErrorMessage(UtilityPortableErrorMessageManager::E_Portable_BadF, nullptr, nullptr);
@@ -86,31 +95,68 @@ bool TranscoderUsingTable::AddMBMapping(const UnicodeMultibyteMapping& row) {
     return true;
 }
 
+void TranscoderUsingTable::pack() {
+    m_decoding.reset(m_vMBState.size() / kBlock);
+    for (std::size_t i = 0; i < m_vMBState.size(); ++i) {
+        const MBCharState& entry = m_vMBState[i];
+        if (entry.eState != kJumpTo) {
+            const wchar_t unit = entry.eState == kUnicodeChar ? entry.wUnicodeChar : kUnmappable;
+            m_decoding.setUnit(i / kBlock, i % kBlock, static_cast<std::uint32_t>(unit));
+        } else if (i < kBlock) {
+            m_decoding.setLead(i, entry.nGoto / kBlock);
+        }
+    }
+    m_decoding.finish();
+    for (const goo& entry : m_vPrimaryUnicode) {
+        const char* const firstZero = std::find(entry.mbs, entry.mbs + kBytesKept, '\0');
+        const bool endsThere =
+            std::count(firstZero, entry.mbs + kBytesKept, '\0') == entry.mbs + kBytesKept - firstZero;
+        m_fitsEncodingLoop = m_fitsEncodingLoop && endsThere;
+    }
+}
+
 auto TranscoderUsingTable::multibyteToUnicode(const char* src, size_type srcLen, wide_char* dst,
                                               size_type dstLen, state* /*ctx*/) const -> size_type {
+    kernels::MultibyteProgress at{0, 0};
+    while (at.read != srcLen) {
+        if (srcLen - at.read > kShortText) {
+            const kernels::MultibyteProgress run = kernels::kernels().decodeMultibyte(
+                m_decoding, src + at.read, srcLen - at.read, dst + at.written, dstLen - at.written);
+            at = {at.read + run.read, at.written + run.written};
+        }
+        if (!decodeByMachine(src, srcLen, dst, dstLen, at)) {
+            return kTooSmall;
+        }
+    }
+    return at.written;
+}
+
+// Goes on after whole characters, to the end of a character some bytes on or of the text. False when a unit
+// has no room.
+bool TranscoderUsingTable::decodeByMachine(const char* src, size_type srcLen, wide_char* dst,
+                                           size_type dstLen, kernels::MultibyteProgress& at) const noexcept {
     const MBCharState* const machine = m_vMBState.data();
-    wide_char* const start = dst;
-    const wide_char* const dstEnd = dst + dstLen;
+    const size_type stop = at.read + std::min(srcLen - at.read, kBytesByMachine);
     std::size_t base = 0;
-    for (const char* const end = src + srcLen; src != end; ++src) {
-        const MBCharState& entry = machine[base + valueOf(*src)];
+    for (; at.read < stop || (base != 0 && at.read != srcLen); ++at.read) {
+        const MBCharState& entry = machine[base + valueOf(src[at.read])];
         if (entry.eState == kJumpTo) {
             base = entry.nGoto;
             continue;
         }
-        if (dst == dstEnd) {
-            return kTooSmall;
+        if (at.written == dstLen) {
+            return false;
         }
-        *dst++ = entry.eState == kUnicodeChar ? entry.wUnicodeChar : L'?';
+        dst[at.written++] = entry.eState == kUnicodeChar ? entry.wUnicodeChar : kUnmappable;
         base = 0;
     }
     if (base != 0) {
-        if (dst == dstEnd) {
-            return kTooSmall;
+        if (at.written == dstLen) {
+            return false;
         }
-        *dst++ = L'?';
+        dst[at.written++] = kUnmappable;
     }
-    return static_cast<size_type>(dst - start);
+    return true;
 }
 
 // Null when the unit has no bytes of its own.
@@ -119,54 +165,54 @@ auto TranscoderUsingTable::mappingOf(wide_char unit) const noexcept -> const goo
     return index < kCodeUnits && m_vPrimaryUnicode[index].x != 0 ? &m_vPrimaryUnicode[index] : nullptr;
 }
 
+// Goes some units on. False when the conversion ends with -1.
 template <bool bCallback>
-auto TranscoderUsingTable::encode(const wide_char* src, size_type srcLen, char* dst, size_type dstLen,
-                                  callback cb, callbackParam cbParam) const -> size_type {
-    const wide_char* const end = src + srcLen;
-    char* const start = dst;
-    const char* const dstEnd = dst + dstLen;
-    while (src != end) {
-        const wide_char unit = *src;
+bool TranscoderUsingTable::encodeByTable(const wide_char* src, size_type srcLen, char* dst, size_type dstLen,
+                                         callback cb, callbackParam cbParam,
+                                         kernels::MultibyteProgress& at) const {
+    const size_type stop = at.read + std::min(srcLen - at.read, kUnitsByTable);
+    while (at.read < stop) {
+        const wide_char unit = src[at.read];
         if (unit < 0x80) { // negative units too: their low byte
-            if (dst == dstEnd) {
-                return kTooSmall;
+            if (at.written == dstLen) {
+                return false;
             }
-            *dst++ = static_cast<char>(unit);
-            ++src;
+            dst[at.written++] = static_cast<char>(unit);
+            ++at.read;
             continue;
         }
         if (const goo* const mapping = mappingOf(unit)) {
             for (std::size_t i = 0; i < kBytesKept && mapping->mbs[i] != 0; ++i) {
-                if (dst == dstEnd) {
-                    return kTooSmall;
+                if (at.written == dstLen) {
+                    return false;
                 }
-                *dst++ = mapping->mbs[i];
+                dst[at.written++] = mapping->mbs[i];
             }
-            ++src;
+            ++at.read;
             continue;
         }
-        const bool isPair = kernels::isHighSurrogate(static_cast<char32_t>(unit)) && end - src > 1 &&
-                            kernels::isLowSurrogate(static_cast<char32_t>(src[1]));
+        const bool isPair = kernels::isHighSurrogate(static_cast<char32_t>(unit)) && srcLen - at.read > 1 &&
+                            kernels::isLowSurrogate(static_cast<char32_t>(src[at.read + 1]));
         const std::size_t units = isPair ? 2 : 1;
-        const auto room = static_cast<size_type>(dstEnd - dst);
+        const size_type room = dstLen - at.written;
         if constexpr (bCallback) {
-            const std::size_t written = cb(cbParam, src, units, dst, room);
+            const std::size_t written = cb(cbParam, src + at.read, units, dst + at.written, room);
             if (written > room) { // -1 too
-                return kTooSmall;
+                return false;
             }
-            dst += written;
-            if (room - written < static_cast<size_type>(end - src) - units) {
-                return kTooSmall;
+            at.written += written;
+            if (room - written < srcLen - at.read - units) {
+                return false;
             }
         } else {
             if (room == 0) {
-                return kTooSmall;
+                return false;
             }
-            *dst++ = '?';
+            dst[at.written++] = static_cast<char>(kUnmappable);
         }
-        src += units;
+        at.read += units;
     }
-    return static_cast<size_type>(dst - start);
+    return true;
 }
 
 auto TranscoderUsingTable::unicodeToMultibyte(const wide_char* src, size_type srcLen, char* dst,
@@ -175,8 +221,21 @@ auto TranscoderUsingTable::unicodeToMultibyte(const wide_char* src, size_type sr
     if (dstLen < srcLen) {
         return kTooSmall;
     }
-    return cb == nullptr ? encode<false>(src, srcLen, dst, dstLen, cb, cbParam)
-                         : encode<true>(src, srcLen, dst, dstLen, cb, cbParam);
+    const kernels::MultibyteEncoding table{reinterpret_cast<const char*>(m_vPrimaryUnicode.data())};
+    kernels::MultibyteProgress at{0, 0};
+    while (at.read != srcLen) {
+        if (m_fitsEncodingLoop && srcLen - at.read > kShortText) {
+            const kernels::MultibyteProgress run = kernels::kernels().encodeMultibyte(
+                table, src + at.read, srcLen - at.read, dst + at.written, dstLen - at.written);
+            at = {at.read + run.read, at.written + run.written};
+        }
+        const bool goesOn = cb == nullptr ? encodeByTable<false>(src, srcLen, dst, dstLen, cb, cbParam, at)
+                                          : encodeByTable<true>(src, srcLen, dst, dstLen, cb, cbParam, at);
+        if (!goesOn) {
+            return kTooSmall;
+        }
+    }
+    return at.written;
 }
 
 auto TranscoderUsingTable::getMultibyteFactor() const -> size_type { return m_nMBFactor; }

@@ -1,9 +1,7 @@
 #include "transcodingimplutf16.h"
 
 #include "EncodingUTF16.h"
-
-#include <cstdint>
-#include <cstring>
+#include "kernels/kernels.h"
 
 namespace sup::transcodeimpl {
 
@@ -21,23 +19,8 @@ constexpr Decoder kN2WEncodingEndianLE(Decoder::kLITTLE_ENDIAN);
 constexpr Encoder kW2NEncodingEndianBE(Encoder::kBIG_ENDIAN);
 constexpr Encoder kW2NEncodingEndianLE(Encoder::kLITTLE_ENDIAN);
 
-// Plain loops, which the compiler turns into vector code.
-template <bool bSwapBytes>
-void decodeUnits(const char* src, std::size_t units, wchar_t* dst) {
-    for (std::size_t i = 0; i < units; ++i) {
-        std::uint16_t unit = 0;
-        std::memcpy(&unit, src + 2 * i, sizeof(unit));
-        dst[i] = bSwapBytes ? __builtin_bswap16(unit) : unit;
-    }
-}
-
-template <bool bSwapBytes>
-void encodeUnits(const wchar_t* src, std::size_t units, char* dst) {
-    for (std::size_t i = 0; i < units; ++i) {
-        const auto low = static_cast<std::uint16_t>(src[i]);
-        const std::uint16_t unit = bSwapBytes ? __builtin_bswap16(low) : low;
-        std::memcpy(dst + 2 * i, &unit, sizeof(unit));
-    }
+constexpr kernels::ByteOrder orderOf(bool bigEndian) {
+    return bigEndian ? kernels::ByteOrder::big : kernels::ByteOrder::little;
 }
 
 template <class Functor, class Source, class Target>
@@ -55,11 +38,7 @@ std::size_t Decoder::encode(const char* src, std::size_t srcLen, wchar_t* dst, s
     if (dstLen < units) {
         return kTooSmall;
     }
-    if (m_bBigEndian) {
-        decodeUnits<true>(src, units, dst);
-    } else {
-        decodeUnits<false>(src, units, dst);
-    }
+    kernels::kernels().decodeUtf16(orderOf(m_bBigEndian), src, units, dst);
     return units;
 }
 
@@ -68,11 +47,7 @@ std::size_t Encoder::encode(const wchar_t* src, std::size_t srcLen, char* dst, s
     if (dstLen / 2 < srcLen) {
         return kTooSmall;
     }
-    if (m_bBigEndian) {
-        encodeUnits<true>(src, srcLen, dst);
-    } else {
-        encodeUnits<false>(src, srcLen, dst);
-    }
+    kernels::kernels().encodeUtf16(orderOf(m_bBigEndian), src, srcLen, dst);
     return 2 * srcLen;
 }
 

@@ -27,6 +27,57 @@ bool hasAvx512() noexcept {
            __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vbmi2");
 }
 
+constexpr Kernels kPlainKernels{
+    .level = Level::plain,
+    .decodeUtf8 = &decodeUtf8Plain,
+    .encodeUtf8 = &encodeUtf8Plain,
+    .exactUtf8Size = &exactUtf8SizePlain,
+    .widen = &widenPlain,
+    .narrow = &narrowPlain,
+    .fitsInByte = &fitsInBytePlain,
+    .narrowFitting = &narrowFittingPlain,
+    .decodeUtf16 = &decodeUtf16Plain,
+    .encodeUtf16 = &encodeUtf16Plain,
+    .decodeSingleByte = &decodeSingleBytePlain,
+    .encodeSingleByte = &encodeSingleBytePlain,
+    .decodeMultibyte = &decodeMultibytePlain,
+    .encodeMultibyte = &encodeMultibytePlain,
+};
+
+constexpr Kernels kAvx2Kernels{
+    .level = Level::avx2,
+    .decodeUtf8 = &decodeUtf8Avx2,
+    .encodeUtf8 = &encodeUtf8Avx2,
+    .exactUtf8Size = &exactUtf8SizeAvx2,
+    .widen = &widenAvx2,
+    .narrow = &narrowAvx2,
+    .fitsInByte = &fitsInByteAvx2,
+    .narrowFitting = &narrowFittingAvx2,
+    .decodeUtf16 = &decodeUtf16Avx2,
+    .encodeUtf16 = &encodeUtf16Avx2,
+    .decodeSingleByte = &decodeSingleByteAvx2,
+    .encodeSingleByte = &encodeSingleByteAvx2,
+    .decodeMultibyte = &decodeMultibyteAvx2,
+    .encodeMultibyte = &encodeMultibyteAvx2,
+};
+
+constexpr Kernels kAvx512Kernels{
+    .level = Level::avx512,
+    .decodeUtf8 = &decodeUtf8Avx512,
+    .encodeUtf8 = &encodeUtf8Avx512,
+    .exactUtf8Size = &exactUtf8SizeAvx512,
+    .widen = &widenAvx512,
+    .narrow = &narrowAvx512,
+    .fitsInByte = &fitsInByteAvx512,
+    .narrowFitting = &narrowFittingAvx512,
+    .decodeUtf16 = &decodeUtf16Avx512,
+    .encodeUtf16 = &encodeUtf16Avx512,
+    .decodeSingleByte = &decodeSingleByteAvx512,
+    .encodeSingleByte = &encodeSingleByteAvx512,
+    .decodeMultibyte = &decodeMultibyteAvx512,
+    .encodeMultibyte = &encodeMultibyteAvx512,
+};
+
 } // namespace
 
 const Kernels* kernelsOf(Level level) noexcept {

@@ -5,8 +5,10 @@
 #pragma once
 
 #include "Utility/Generic/Portable/SUPExport.h"
+#include "kernels/mbtable.h"
 #include "kernels/sbtable.h"
 #include "kernels/utf8.h"
+#include "kernels/widths.h"
 
 #include <atomic>
 #include <cstddef>
@@ -19,26 +21,34 @@ enum class Level {
     avx512, ///< AVX-512 with VBMI2
 };
 
+/// The headers of the areas tell what the functions do.
 struct Kernels {
     Level level;
 
-    /// Decodes [src, end) into `dst`, which has room for end - src units; nothing beyond is written. Stops
-    /// before a sequence that `end` cuts.
+    // utf8.h
     DecodeProgress (*decodeUtf8)(const char* src, const char* end, wchar_t* dst) noexcept;
-
-    /// Encodes [src, end) into `dst`, which has room for three bytes a unit; nothing beyond is written. Stops
-    /// before a unit above 0xFFFF, which may need four, and before a high surrogate at the very end, whose
-    /// pair it cannot see.
     EncodeProgress (*encodeUtf8)(const wchar_t* src, const wchar_t* end, char* dst) noexcept;
-
-    /// T2NEncodingUTF8::calculateExactSize().
     std::size_t (*exactUtf8Size)(const wchar_t* src, std::size_t srcLen) noexcept;
 
-    /// See sbtable.h.
+    // widths.h
+    void (*widen)(const char* src, std::size_t length, wchar_t* dst) noexcept;
+    void (*narrow)(const wchar_t* src, std::size_t length, char* dst) noexcept;
+    bool (*fitsInByte)(const wchar_t* src, std::size_t length) noexcept;
+    std::size_t (*narrowFitting)(const wchar_t* src, std::size_t length, char* dst) noexcept;
+    void (*decodeUtf16)(ByteOrder order, const char* src, std::size_t units, wchar_t* dst) noexcept;
+    void (*encodeUtf16)(ByteOrder order, const wchar_t* src, std::size_t units, char* dst) noexcept;
+
+    // sbtable.h
     void (*decodeSingleByte)(const SingleByteDecoding& table, const char* src, std::size_t length,
                              wchar_t* dst) noexcept;
     std::size_t (*encodeSingleByte)(const SingleByteEncoding& table, const wchar_t* src, std::size_t length,
                                     char* dst) noexcept;
+
+    // mbtable.h
+    MultibyteProgress (*decodeMultibyte)(const MultibyteDecoding& table, const char* src, std::size_t length,
+                                         wchar_t* dst, std::size_t room) noexcept;
+    MultibyteProgress (*encodeMultibyte)(const MultibyteEncoding& table, const wchar_t* src,
+                                         std::size_t length, char* dst, std::size_t room) noexcept;
 };
 
 /// The table of a level; null when the processor lacks it.
@@ -59,10 +69,5 @@ inline const Kernels& kernels() noexcept {
 /// For tests: kernels(); and a table in the place of the chosen one, null going back to the choice.
 BRIMPORTABLE_API const Kernels& kernelsInUse() noexcept;
 BRIMPORTABLE_API void overrideKernels(const Kernels* table) noexcept;
-
-/// The tables of the levels. Take them from kernelsOf(), which knows the processor.
-extern const Kernels kPlainKernels;
-extern const Kernels kAvx2Kernels;
-extern const Kernels kAvx512Kernels;
 
 } // namespace sup::kernels

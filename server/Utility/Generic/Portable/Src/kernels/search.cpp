@@ -249,33 +249,6 @@ BRIM_AVX512 std::size_t previousPlaceAvx512(const wchar_t* text, std::size_t pla
     return previousPlacePlain(text, places, probe);
 }
 
-// ---- The linear way ---------------------------------------------------------------------------------------
-
-// Where the first match in text[from, n) begins, or `n`.
-std::size_t findLinearly(const wchar_t* text, std::size_t from, std::size_t n, const wchar_t* pattern,
-                         std::size_t m) {
-    const Borders borders(pattern, m, 1);
-    for (std::size_t i = from, matched = 0; i < n; ++i) {
-        matched = borders.next(matched, text[i]);
-        if (matched == m) {
-            return i + 1 - m;
-        }
-    }
-    return n;
-}
-
-// Where the last match in text[0, reach) begins, or `reach`.
-std::size_t findLastLinearly(const wchar_t* text, std::size_t reach, const wchar_t* pattern, std::size_t m) {
-    const Borders borders(pattern + (m - 1), m, -1);
-    for (std::size_t i = reach, matched = 0; i != 0; --i) {
-        matched = borders.next(matched, text[i - 1]);
-        if (matched == m) {
-            return i - 1;
-        }
-    }
-    return reach;
-}
-
 // ---- The quick way ----------------------------------------------------------------------------------------
 
 // A probe that lets too much through is replaced by one with the character that told its last place apart.
@@ -346,7 +319,7 @@ std::size_t findByProbes(const wchar_t* text, std::size_t at, std::size_t n, con
         at = place + 1;
         if (!budget.spend(differs)) {
             if (probes++ == kMostProbes) {
-                return findLinearly(text, at, n, pattern, m);
+                return at + findTextLinearly(text + at, n - at, pattern, m);
             }
             probe = Probe(pattern, differs, 0, m - 1);
             budget = Budget(m);
@@ -374,7 +347,7 @@ std::size_t findLastByProbes(const wchar_t* text, std::size_t n, const wchar_t* 
         if (!budget.spend(differs)) {
             if (probes++ == kMostProbes) {
                 const std::size_t reach = places + m - 1;
-                const std::size_t found = findLastLinearly(text, reach, pattern, m);
+                const std::size_t found = findLastTextLinearly(text, reach, pattern, m);
                 return found == reach ? n : found;
             }
             probe = Probe(pattern, differs, 0, m - 1);
@@ -385,17 +358,16 @@ std::size_t findLastByProbes(const wchar_t* text, std::size_t n, const wchar_t* 
 
 } // namespace
 
-Borders::Borders(const wchar_t* first, std::size_t m, std::ptrdiff_t step)
-    : m_first(first), m_m(m), m_step(step) {
+Borders::Borders(const wchar_t* pattern, std::size_t m) : m_pattern(pattern), m_m(m) {
     m_lengths.growNoPreserve(m);
     std::size_t* const lengths = m_lengths.data();
     lengths[0] = 0;
     for (std::size_t i = 1; i < m; ++i) {
-        lengths[i] = next(lengths[i - 1], at(i));
+        lengths[i] = next(lengths[i - 1], pattern[i]);
     }
 }
 
-std::size_t findText(const wchar_t* text, std::size_t n, const wchar_t* pattern, std::size_t m) {
+std::size_t findText(const wchar_t* text, std::size_t n, const wchar_t* pattern, std::size_t m) noexcept {
     if (m > n) {
         return n;
     }
@@ -420,7 +392,8 @@ std::size_t findText(const wchar_t* text, std::size_t n, const wchar_t* pattern,
     return findByProbes<nextPlacePlain>(text, at, n, pattern, m);
 }
 
-std::size_t findTextBeforeZero(const wchar_t* text, std::size_t n, const wchar_t* pattern, std::size_t m) {
+std::size_t findTextBeforeZero(const wchar_t* text, std::size_t n, const wchar_t* pattern,
+                               std::size_t m) noexcept {
     if (m == 0) {
         return 0;
     }
@@ -439,7 +412,7 @@ std::size_t findTextBeforeZero(const wchar_t* text, std::size_t n, const wchar_t
     }
 }
 
-std::size_t findLastText(const wchar_t* text, std::size_t n, const wchar_t* pattern, std::size_t m) {
+std::size_t findLastText(const wchar_t* text, std::size_t n, const wchar_t* pattern, std::size_t m) noexcept {
     if (m > n) {
         return n;
     }

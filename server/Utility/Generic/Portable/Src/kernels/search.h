@@ -2,43 +2,52 @@
 #pragma once
 
 #include "Utility/Generic/Portable/SUPAutobuffer.h"
+#include "Utility/Generic/Portable/SUPExport.h"
 
 #include <cstddef>
 
 namespace sup::kernels {
 
 /// The index of the first (last) occurrence of the `m` characters at `pattern` in the `n` characters at
-/// `text`; `n` when there is none. `m` is not 0. Time is linear in n + m whatever the texts are; memory for m
-/// numbers is allocated only for texts that defeat the quick way, and may be missing (std::bad_alloc).
-std::size_t findText(const wchar_t* text, std::size_t n, const wchar_t* pattern, std::size_t m);
-std::size_t findLastText(const wchar_t* text, std::size_t n, const wchar_t* pattern, std::size_t m);
+/// `text`; `n` when there is none. `m` is not 0. Time is linear in n + m whatever the texts are; nothing is
+/// allocated.
+BRIMPORTABLE_API std::size_t findText(const wchar_t* text, std::size_t n, const wchar_t* pattern,
+                                      std::size_t m) noexcept;
+BRIMPORTABLE_API std::size_t findLastText(const wchar_t* text, std::size_t n, const wchar_t* pattern,
+                                          std::size_t m) noexcept;
+
+/// The same by the way that no text defeats: the above change over to it when texts repeat themselves.
+BRIMPORTABLE_API std::size_t findTextLinearly(const wchar_t* text, std::size_t n, const wchar_t* pattern,
+                                              std::size_t m) noexcept;
+BRIMPORTABLE_API std::size_t findLastTextLinearly(const wchar_t* text, std::size_t n, const wchar_t* pattern,
+                                                  std::size_t m) noexcept;
 
 /// The first occurrence before the first zero of the text; `n` when there is none. `m` may be 0: an empty
-/// pattern is found at once in every text but the empty one. Looks no further than it has to.
-std::size_t findTextBeforeZero(const wchar_t* text, std::size_t n, const wchar_t* pattern, std::size_t m);
+/// pattern is found at once in every text but the empty one. Looks no further than it has to, and allocates
+/// nothing.
+std::size_t findTextBeforeZero(const wchar_t* text, std::size_t n, const wchar_t* pattern,
+                               std::size_t m) noexcept;
 
-/// A matcher that looks at each character of a text once (Knuth, Morris and Pratt). It reads its pattern of
-/// `m` characters, not 0, from `first` on, backwards with a step of -1.
+/// A matcher that looks at each character of a text once (Knuth, Morris and Pratt): it tells occurrences that
+/// overlap. Its pattern has `m` characters, not 0. Memory for as many numbers may be missing
+/// (std::bad_alloc).
 class Borders {
 public:
-    Borders(const wchar_t* first, std::size_t m, std::ptrdiff_t step);
+    Borders(const wchar_t* pattern, std::size_t m);
 
     /// How many characters of the pattern have matched after `c`, if `matched` had before: less than m.
     std::size_t next(std::size_t matched, wchar_t c) const noexcept {
-        while (matched != 0 && c != at(matched)) {
+        while (matched != 0 && c != m_pattern[matched]) {
             matched = m_lengths.data()[matched - 1];
         }
-        return c == at(matched) ? matched + 1 : 0;
+        return c == m_pattern[matched] ? matched + 1 : 0;
     }
     /// How many have matched anew when all have.
     std::size_t afterMatch() const noexcept { return m_lengths.data()[m_m - 1]; }
 
 private:
-    wchar_t at(std::size_t i) const noexcept { return m_first[static_cast<std::ptrdiff_t>(i) * m_step]; }
-
-    const wchar_t* m_first;
+    const wchar_t* m_pattern;
     std::size_t m_m;
-    std::ptrdiff_t m_step;
     AutoBuffer<std::size_t, 32> m_lengths; // of the longest proper border of the first i + 1 characters
 };
 

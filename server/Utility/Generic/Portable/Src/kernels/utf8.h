@@ -214,4 +214,24 @@ inline std::size_t countByRule(const wchar_t*& src, const wchar_t* until, const 
     return size;
 }
 
+// ---- The loops, at each level -----------------------------------------------------------------------------
+
+/// Decodes [src, end) into `dst`, which has room for end - src units; nothing beyond is written. Stops before
+/// a sequence that `end` cuts.
+DecodeProgress decodeUtf8Plain(const char* src, const char* end, wchar_t* dst) noexcept;
+DecodeProgress decodeUtf8Avx2(const char* src, const char* end, wchar_t* dst) noexcept;
+DecodeProgress decodeUtf8Avx512(const char* src, const char* end, wchar_t* dst) noexcept;
+
+/// Encodes [src, end) into `dst`, which has room for three bytes a unit; nothing beyond is written. Stops
+/// before a unit above 0xFFFF, which may need four, and before a high surrogate at the very end, whose pair
+/// it cannot see.
+EncodeProgress encodeUtf8Plain(const wchar_t* src, const wchar_t* end, char* dst) noexcept;
+EncodeProgress encodeUtf8Avx2(const wchar_t* src, const wchar_t* end, char* dst) noexcept;
+EncodeProgress encodeUtf8Avx512(const wchar_t* src, const wchar_t* end, char* dst) noexcept;
+
+/// T2NEncodingUTF8::calculateExactSize().
+std::size_t exactUtf8SizePlain(const wchar_t* src, std::size_t srcLen) noexcept;
+std::size_t exactUtf8SizeAvx2(const wchar_t* src, std::size_t srcLen) noexcept;
+std::size_t exactUtf8SizeAvx512(const wchar_t* src, std::size_t srcLen) noexcept;
+
 } // namespace sup::kernels

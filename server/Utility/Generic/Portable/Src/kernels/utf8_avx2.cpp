@@ -2,7 +2,6 @@
 // makes the unit of every byte that may end a character, from that byte and the three before, and compacts
 // the units of those that do, eight bytes at a time. The encoder makes four bytes of every unit and compacts
 // those that count, four units at a time.
-#include "kernels/kernels.h"
 #include "kernels/utf8_runs.h"
 
 #include <cstdint>
@@ -282,15 +281,6 @@ BRIM_AVX2 inline wchar_t* emitPart(__m256i block, __m256i one, __m256i before, s
     return dst;
 }
 
-// Goes back from within a character to its start. The third byte of four has given its high surrogate.
-inline DecodeProgress takeBack(const DecodeProgress& at) {
-    const char* lead = at.src - 1;
-    while (isContinuation(static_cast<unsigned char>(*lead))) {
-        --lead;
-    }
-    return {lead, at.src - lead == 3 ? at.dst - 1 : at.dst};
-}
-
 // Decodes from the start of a character until the end or the first place where the rules must be asked, and
 // stops at the start of the character there.
 BRIM_AVX2 inline DecodeProgress decodeRight(const char* src, const char* end, wchar_t* dst) {
@@ -350,7 +340,9 @@ BRIM_AVX2 inline DecodeProgress decodeRight(const char* src, const char* end, wc
     return (expected & 1U) != 0 ? takeBack(at) : at;
 }
 
-BRIM_AVX2 DecodeProgress decodeUtf8(const char* src, const char* end, wchar_t* dst) noexcept {
+} // namespace
+
+BRIM_AVX2 DecodeProgress decodeUtf8Avx2(const char* src, const char* end, wchar_t* dst) noexcept {
     DecodeProgress at{src, dst};
     while (at.src != end) {
         const char* const start = at.src;
@@ -361,6 +353,8 @@ BRIM_AVX2 DecodeProgress decodeUtf8(const char* src, const char* end, wchar_t* d
     }
     return at;
 }
+
+namespace {
 
 // ---- The encoder ------------------------------------------------------------------------------------------
 
@@ -444,9 +438,11 @@ BRIM_AVX2 inline char* encodeUpToTwoBytes(__m256i units, char* dst) {
     return dst + 8 + countBits(two >> 8);
 }
 
+} // namespace
+
 // Blocks write at most four bytes beyond the room of their units and look at the unit after them: they end
 // ten units before the end.
-BRIM_AVX2 EncodeProgress encodeUtf8(const wchar_t* src, const wchar_t* end, char* dst) noexcept {
+BRIM_AVX2 EncodeProgress encodeUtf8Avx2(const wchar_t* src, const wchar_t* end, char* dst) noexcept {
     EncodeProgress at{src, dst};
     while (end - at.src >= 10) {
         int blocks = 1;
@@ -503,7 +499,7 @@ BRIM_AVX2 EncodeProgress encodeUtf8(const wchar_t* src, const wchar_t* end, char
 
 // ---- The exact size ---------------------------------------------------------------------------------------
 
-BRIM_AVX2 std::size_t exactUtf8Size(const wchar_t* src, std::size_t srcLen) noexcept {
+BRIM_AVX2 std::size_t exactUtf8SizeAvx2(const wchar_t* src, std::size_t srcLen) noexcept {
     constexpr std::ptrdiff_t kBlock = 32;
     const wchar_t* const end = src + srcLen;
     std::size_t size = 0;
@@ -532,10 +528,5 @@ BRIM_AVX2 std::size_t exactUtf8Size(const wchar_t* src, std::size_t srcLen) noex
     }
     return size + countByRule(src, end, end);
 }
-
-} // namespace
-
-constinit const Kernels kAvx2Kernels{Level::avx2,    &decodeUtf8,           &encodeUtf8,
-                                     &exactUtf8Size, &decodeSingleByteAvx2, &encodeSingleByteAvx2};
 
 } // namespace sup::kernels

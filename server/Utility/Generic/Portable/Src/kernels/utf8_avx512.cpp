@@ -1,8 +1,6 @@
-// The level of processors with AVX-512 VBMI2. The decoder takes blocks of 64 bytes and decodes the characters
-// that start in the first 61, which lie in the block whole: so blocks follow each other at a fixed distance,
-// and only the place of the next unit depends on the block before. The encoder spreads every unit over four
-// bytes and compresses those that count.
-#include "kernels/kernels.h"
+// The level of processors with AVX-512 VBMI2. The decoder takes blocks of 64 bytes at a fixed stride: it
+// makes the unit of every byte that may end a character, from that byte and the two before, and compresses
+// the units of those that do. The encoder spreads every unit over four bytes and compresses those that count.
 #include "kernels/utf8_runs.h"
 
 #include <cstdint>
@@ -14,7 +12,7 @@
 #endif
 
 #define BRIM_AVX512                                                                                          \
-    __attribute__((target("avx512f,avx512bw,avx512vl,avx512dq,avx512vbmi,avx512vbmi2,bmi,bmi2,popcnt")))
+    __attribute__((target("avx512f,avx512bw,avx512vl,avx512dq,avx512vbmi,avx512vbmi2,bmi,bmi2,popcnt,prfchw")))
 
 namespace sup::kernels {
 
@@ -22,261 +20,315 @@ namespace {
 
 // ---- Small steps ------------------------------------------------------------------------------------------
 
-// From where a group of 16 units takes its positions: each four times over.
-struct Repeat {
+// The bytes of unit 16 * group + i of a plane of low bytes and one of high bytes, for two of the four bytes
+// of each unit; the other two are masked out.
+struct Interleave {
     alignas(64) unsigned char bytes[4][64];
-    constexpr Repeat() : bytes() {
+    constexpr Interleave() : bytes() {
         for (unsigned int group = 0; group < 4; ++group) {
             for (unsigned int i = 0; i < 64; ++i) {
-                bytes[group][i] = static_cast<unsigned char>(16 * group + i / 4);
+                bytes[group][i] = static_cast<unsigned char>(16 * group + i / 4 + 64 * (i % 4 == 1 ? 1 : 0));
             }
         }
     }
 };
-constexpr Repeat kRepeat;
-struct Iota {
-    alignas(64) unsigned char bytes[64];
-    constexpr Iota() : bytes() {
-        for (unsigned int i = 0; i < 64; ++i) {
-            bytes[i] = static_cast<unsigned char>(i);
-        }
-    }
-};
-constexpr Iota kIota;
+constexpr Interleave kInterleave;
 
 BRIM_AVX512 inline __m512i words(unsigned int value) { return _mm512_set1_epi32(static_cast<int>(value)); }
+BRIM_AVX512 inline __m512i bytes(int value) { return _mm512_set1_epi8(static_cast<char>(value)); }
 BRIM_AVX512 inline void store16(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
-BRIM_AVX512 inline std::uint64_t from(int limit, __m512i bytes) {
-    return _mm512_cmpge_epu8_mask(bytes, _mm512_set1_epi8(static_cast<char>(limit)));
+BRIM_AVX512 inline std::uint64_t from(__m512i limit, __m512i block) {
+    return _mm512_cmpge_epu8_mask(block, limit);
 }
 BRIM_AVX512 inline unsigned int countBits(std::uint64_t bits) {
     return static_cast<unsigned int>(_mm_popcnt_u64(bits));
 }
 BRIM_AVX512 inline std::uint64_t firstBits(unsigned int count) { return _bzhi_u64(~std::uint64_t{0}, count); }
 
-// ---- The decoder ------------------------------------------------------------------------------------------
+// The bits of `mask` from `one`, all others from `other`.
+BRIM_AVX512 inline __m512i select(__m512i mask, __m512i one, __m512i other) {
+    return _mm512_ternarylogic_epi32(mask, one, other, 0xCA);
+}
 
-// What a block of bytes holds, one bit each.
-struct Sequences {
-    std::uint64_t nonAscii;
-    std::uint64_t leads;
-    std::uint64_t threes; // leads of three bytes and more
-    std::uint64_t fours;
-    std::uint64_t wrong; // where the rules must be asked
+// Constants that stay in registers: the compiler would make them anew for every block.
+BRIM_AVX512 inline __m512i held(__m512i constant) {
+    asm("" : "+v"(constant));
+    return constant;
+}
+BRIM_AVX512 inline __mmask64 held(__mmask64 constant) {
+    asm("" : "+k"(constant));
+    return constant;
+}
+struct Constants {
+    BRIM_AVX512 Constants() {}
+    __m512i b0F = held(bytes(0x0F));
+    __m512i bA0 = held(bytes(0xA0));
+    __m512i bC0 = held(bytes(0xC0));
+    __m512i bC2 = held(bytes(0xC2));
+    __m512i bE0 = held(bytes(0xE0));
+    __m512i bF0 = held(bytes(0xF0));
+    __mmask64 lowerHalves = held(__mmask64{0x3333333333333333}); // of the units
 };
 
-// `carried`: continuation bytes at the beginning that belong to a character before the block.
-BRIM_AVX512 inline Sequences classify(__m512i bytes, std::uint64_t nonAscii, std::uint64_t carried) {
-    Sequences s{nonAscii, from(0xC0, bytes), from(0xE0, bytes), from(0xF0, bytes), 0};
-    const std::uint64_t continuations = nonAscii & ~s.leads;
-    s.wrong = continuations ^ (s.leads << 1 | s.threes << 2 | s.fours << 3 | carried);
-    s.wrong |= s.leads & ~from(0xC2, bytes);
-    if (s.threes != 0) {
-        s.wrong |= (s.threes & ~from(0xE1, bytes)) << 1 & ~from(0xA0, bytes);
+// ---- The decoder ------------------------------------------------------------------------------------------
+
+// A block, and the bytes one and two places before each of its own. What is not there is zero.
+struct Bytes {
+    __m512i at;
+    __m512i one;
+    __m512i two;
+};
+
+// The places one and two before each of a block.
+struct Behind {
+    alignas(64) unsigned char bytes[2][64];
+    constexpr Behind() : bytes() {
+        for (unsigned int distance = 1; distance <= 2; ++distance) {
+            for (unsigned int i = distance; i < 64; ++i) {
+                bytes[distance - 1][i] = static_cast<unsigned char>(i - distance);
+            }
+        }
     }
-    if (s.fours != 0) {
-        const std::uint64_t from90 = from(0x90, bytes);
-        s.wrong |= (s.fours & ~from(0xF1, bytes)) << 1 & ~from90;
-        s.wrong |= (from(0xF4, bytes) << 1 & from90) | from(0xF5, bytes);
+};
+constexpr Behind kBehind;
+
+// Puts what is before the bytes of a block at `src`. There is nothing before `first`.
+BRIM_AVX512 inline void putBehind(Bytes& block, const char* src, const char* first,
+                                  std::uint64_t present = ~std::uint64_t{0}) {
+    if (src != first) {
+        block.one = _mm512_maskz_loadu_epi8(present, src - 1);
+        block.two = _mm512_maskz_loadu_epi8(present, src - 2);
+    } else {
+        block.one =
+            _mm512_maskz_permutexvar_epi8(~std::uint64_t{1}, _mm512_load_si512(kBehind.bytes[0]), block.at);
+        block.two =
+            _mm512_maskz_permutexvar_epi8(~std::uint64_t{3}, _mm512_load_si512(kBehind.bytes[1]), block.at);
     }
+}
+
+// What a block leaves to the next one, whose first bits these are.
+struct Carried {
+    std::uint64_t expected = 0; // continuation bytes
+    std::uint64_t thirds = 0;   // third bytes of sequences of three and four
+    std::uint64_t fours = 0;    // the third and fourth bytes of sequences of four
+};
+
+// What a block holds, one bit a byte.
+struct Sequences {
+    std::uint64_t nonAscii;
+    std::uint64_t expected; // continuation bytes, by their leads
+    std::uint64_t next;     // the bytes after which one is expected
+    std::uint64_t thirds;   // third bytes
+    std::uint64_t fourLeads;
+    std::uint64_t wrong; // where the rules must be asked
+    Carried carried;
+};
+
+BRIM_AVX512 inline Sequences classify(const Constants& constants, const Bytes& block, std::uint64_t nonAscii,
+                                      const Carried& before) {
+    const std::uint64_t leads = from(constants.bC0, block.at);
+    const std::uint64_t threes = from(constants.bE0, block.at);
+    const std::uint64_t fours = from(constants.bF0, block.at);
+    Sequences s{nonAscii,
+                0,
+                leads | threes << 1 | fours << 2 | before.expected >> 1,
+                threes << 2 | before.thirds,
+                fours,
+                0,
+                {leads >> 63 | threes >> 62 | fours >> 61, threes >> 62, fours >> 61}};
+    s.expected = s.next << 1 | (before.expected & 1U);
+    const __mmask64 overlong = _mm512_mask_cmplt_epu8_mask(_mm512_cmpeq_epi8_mask(block.one, constants.bE0),
+                                                           block.at, constants.bA0);
+    const __mmask64 tooSmall = _mm512_mask_cmplt_epu8_mask(leads, block.at, constants.bC2);
+    s.wrong = ((nonAscii & ~leads) ^ s.expected) | overlong | tooSmall;
     return s;
 }
 
-// What the units of a block are, in order of their positions.
-struct UnitMasks {
-    std::uint64_t upper; // of ASCII with bit 6, which the six bits of payload leave out
-    std::uint64_t two;   // of a sequence of two bytes and more
-    std::uint64_t three; // three and more
-    std::uint64_t high;  // the high surrogate of four bytes
-    std::uint64_t low;   // and the low one
+// Sequences of four may only stand for 0x10000 to 0x10FFFF.
+BRIM_AVX512 inline std::uint64_t wrongFours(const Bytes& block) {
+    const __mmask64 afterF0 = _mm512_cmpeq_epi8_mask(block.one, bytes(0xF0));
+    const __mmask64 afterF4 = _mm512_cmpeq_epi8_mask(block.one, bytes(0xF4));
+    return _mm512_mask_cmplt_epu8_mask(afterF0, block.at, bytes(0x90)) |
+           _mm512_mask_cmpge_epu8_mask(afterF4, block.at, bytes(0x90)) | from(bytes(0xF5), block.at);
+}
+
+// The low and the high bytes of units.
+struct Planes {
+    __m512i low;
+    __m512i high;
 };
 
-template <int kLongest>
-BRIM_AVX512 inline __m512i gatherUnits(unsigned int group, __m512i payload, __m512i positions,
-                                       const UnitMasks& masks) {
-    const unsigned int shift = 16 * group;
-    const __m512i first = _mm512_permutexvar_epi8(_mm512_load_si512(kRepeat.bytes[group]), positions);
-    const __m512i bytes =
-        _mm512_permutexvar_epi8(_mm512_add_epi8(first, _mm512_set1_epi32(0x03020100)), payload);
-    const __m512i pairs = _mm512_maddubs_epi16(bytes, _mm512_set1_epi16(0x0140));
-    const __m512i all = _mm512_madd_epi16(pairs, _mm512_set1_epi32(0x00011000));
-    __m512i units = _mm512_srli_epi32(all, 18);
-    units = _mm512_mask_srli_epi32(units, static_cast<__mmask16>(masks.two >> shift), all, 12);
-    units = _mm512_mask_or_epi32(units, static_cast<__mmask16>(masks.upper >> shift), units,
-                                 _mm512_set1_epi32(0x40));
-    if constexpr (kLongest >= 3) {
-        units = _mm512_mask_srli_epi32(units, static_cast<__mmask16>(masks.three >> shift), all, 6);
-    }
-    if constexpr (kLongest == 4) {
-        const auto high = static_cast<__mmask16>(masks.high >> shift);
-        units = _mm512_mask_srli_epi32(units, high, all, 10);
-        units = _mm512_mask_add_epi32(units, high, units, _mm512_set1_epi32(0xD7C0));
-        const auto low = static_cast<__mmask16>(masks.low >> shift);
-        units = _mm512_mask_srli_epi32(units, low, all, 6);
-        units = _mm512_mask_and_epi32(units, low, units, _mm512_set1_epi32(0x3FF));
-        units = _mm512_mask_or_epi32(units, low, units, _mm512_set1_epi32(0xDC00));
-    }
-    return units;
+// The units, were every byte the last of a character.
+BRIM_AVX512 inline Planes unitsOf(const Constants& constants, const Bytes& block, const Sequences& s) {
+    const __m512i low = select(constants.bC0, _mm512_slli_epi16(block.one, 6), block.at);
+    const __m512i third = _mm512_maskz_mov_epi8(s.thirds, _mm512_slli_epi16(block.two, 4));
+    const __m512i high = select(constants.b0F, _mm512_srli_epi16(block.one, 2), third);
+    return {_mm512_mask_mov_epi8(block.at, s.nonAscii, low), _mm512_maskz_mov_epi8(s.nonAscii, high)};
 }
 
-template <int kLongest>
-BRIM_AVX512 inline void storeUnits(unsigned int group, __m512i payload, __m512i positions,
-                                   const UnitMasks& masks, wchar_t* dst) {
-    _mm512_storeu_si512(dst + 16 * group, gatherUnits<kLongest>(group, payload, positions, masks));
+// The surrogates of sequences of four: the high one stands at the third byte, the low one at the fourth.
+BRIM_AVX512 inline void putPairs(const Bytes& block, std::uint64_t thirds, std::uint64_t fourths,
+                                 Planes& units) {
+    units.high = _mm512_mask_mov_epi8(units.high, fourths,
+                                      select(bytes(0x03), _mm512_srli_epi16(block.one, 2), bytes(0xDC)));
+    // 0xD800 less the 0x10000 >> 10 that a pair leaves out.
+    const __m512i low = select(bytes(0xFC), _mm512_slli_epi16(block.one, 2), _mm512_srli_epi16(block.at, 4));
+    const __mmask64 overflow = _mm512_mask_cmpge_epu8_mask(thirds, low, bytes(0x40));
+    units.low = _mm512_mask_add_epi8(units.low, thirds, low, bytes(0xC0));
+    units.high =
+        _mm512_mask_add_epi8(units.high, thirds, _mm512_and_si512(block.two, bytes(0x07)), bytes(0xD7));
+    units.high = _mm512_mask_add_epi8(units.high, overflow, units.high, bytes(1));
 }
 
-BRIM_AVX512 inline void widen64(__m512i bytes, wchar_t* dst) {
-    _mm512_storeu_si512(dst, _mm512_cvtepu8_epi32(_mm512_castsi512_si128(bytes)));
-    _mm512_storeu_si512(dst + 16, _mm512_cvtepu8_epi32(_mm512_extracti32x4_epi32(bytes, 1)));
-    _mm512_storeu_si512(dst + 32, _mm512_cvtepu8_epi32(_mm512_extracti32x4_epi32(bytes, 2)));
-    _mm512_storeu_si512(dst + 48, _mm512_cvtepu8_epi32(_mm512_extracti32x4_epi32(bytes, 3)));
+BRIM_AVX512 inline __m512i unitsOfGroup(const Constants& constants, const Planes& planes,
+                                        unsigned int group) {
+    return _mm512_maskz_permutex2var_epi8(constants.lowerHalves, planes.low,
+                                          _mm512_load_si512(kInterleave.bytes[group]), planes.high);
 }
 
-// Where the units of the characters that start at `starts` come from, and what they are. The low surrogate of
-// four bytes takes the place of the second one.
-struct UnitPlaces {
-    std::uint64_t units;
-    __m512i positions;
-    __m512i payload;
-    UnitMasks masks;
+// What a block becomes: its units in order, and how many they are.
+struct Decoded {
+    Planes units;
+    unsigned int count;
 };
 
-template <int kLongest>
-BRIM_AVX512 inline UnitPlaces placesOf(__m512i bytes, const Sequences& s, std::uint64_t starts) {
-    const std::uint64_t lows = kLongest == 4 ? (s.fours & starts) << 1 : 0;
-    const std::uint64_t units = starts | lows;
-    const std::uint64_t upper = _mm512_mask_test_epi8_mask(~s.nonAscii, bytes, _mm512_set1_epi8(0x40));
-    __m512i payload = _mm512_and_si512(bytes, _mm512_set1_epi8(0x3F));
-    if constexpr (kLongest >= 3) {
-        payload = _mm512_mask_blend_epi8(s.threes, payload, _mm512_and_si512(bytes, _mm512_set1_epi8(0x0F)));
+// `before` is what the block before has left, `length` the bytes that count.
+BRIM_AVX512 inline Decoded decodeBlock(const Constants& constants, const Bytes& block, const Sequences& s,
+                                       const Carried& before, unsigned int length) {
+    Planes units = unitsOf(constants, block, s);
+    std::uint64_t kept = ~s.next;
+    if ((s.fourLeads | before.fours) != 0) {
+        const std::uint64_t thirds = s.fourLeads << 2 | before.fours >> 1;
+        putPairs(block, thirds, s.fourLeads << 3 | before.fours, units);
+        kept |= thirds;
     }
-    const __m512i positions = _mm512_maskz_compress_epi8(units, _mm512_load_si512(kIota.bytes));
-    return {units,
-            positions,
-            payload,
-            {_pext_u64(upper, units), _pext_u64(s.nonAscii, units),
-             kLongest >= 3 ? _pext_u64(s.threes, units) : 0, kLongest == 4 ? _pext_u64(s.fours, units) : 0,
-             kLongest == 4 ? _pext_u64(lows, units) : 0}};
+    kept = _bzhi_u64(kept, length);
+    return {{_mm512_maskz_compress_epi8(kept, units.low), _mm512_maskz_compress_epi8(kept, units.high)},
+            countBits(kept)};
+}
+
+BRIM_AVX512 inline void widen64(const char* src, wchar_t* dst) {
+    for (std::ptrdiff_t i = 0; i < 64; i += 16) {
+        const __m128i part = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i));
+        _mm512_storeu_si512(dst + i, _mm512_cvtepu8_epi32(part));
+    }
 }
 
 // Stores up to 64 units: the caller has room for as many.
-template <int kLongest>
-BRIM_AVX512 inline wchar_t* decodeStarts(__m512i bytes, const Sequences& s, std::uint64_t starts,
-                                         wchar_t* dst) {
-    const UnitPlaces places = placesOf<kLongest>(bytes, s, starts);
-    const unsigned int count = countBits(places.units);
-    storeUnits<kLongest>(0, places.payload, places.positions, places.masks, dst);
-    storeUnits<kLongest>(1, places.payload, places.positions, places.masks, dst);
-    if (count > 32) {
-        storeUnits<kLongest>(2, places.payload, places.positions, places.masks, dst);
-        storeUnits<kLongest>(3, places.payload, places.positions, places.masks, dst);
-    }
-    return dst + count;
+BRIM_AVX512 inline wchar_t* storeBlock(const Constants& constants, const Decoded& block, wchar_t* dst) {
+    _mm512_storeu_si512(dst, unitsOfGroup(constants, block.units, 0));
+    _mm512_storeu_si512(dst + 16, unitsOfGroup(constants, block.units, 1));
+    _mm512_storeu_si512(dst + 32, unitsOfGroup(constants, block.units, 2));
+    _mm512_storeu_si512(dst + 48, unitsOfGroup(constants, block.units, 3));
+    return dst + block.count;
 }
-BRIM_AVX512 inline wchar_t* decodeStarts(__m512i bytes, const Sequences& s, std::uint64_t starts,
-                                         wchar_t* dst) {
-    return s.threes == 0  ? decodeStarts<2>(bytes, s, starts, dst)
-           : s.fours == 0 ? decodeStarts<3>(bytes, s, starts, dst)
-                          : decodeStarts<4>(bytes, s, starts, dst);
-}
-// As decodeStarts(), but stores exactly the units that there are.
-template <int kLongest>
-BRIM_AVX512 inline wchar_t* decodeStartsExactly(__m512i bytes, const Sequences& s, std::uint64_t starts,
-                                                wchar_t* dst) {
-    const UnitPlaces places = placesOf<kLongest>(bytes, s, starts);
-    const unsigned int count = countBits(places.units);
-    const std::uint64_t room = firstBits(count);
-    for (unsigned int group = 0; 16 * group < count; ++group) {
-        _mm512_mask_storeu_epi32(
-            dst + 16 * group, static_cast<__mmask16>(room >> 16 * group),
-            gatherUnits<kLongest>(group, places.payload, places.positions, places.masks));
+// As storeBlock(), but stores exactly the units that there are.
+BRIM_AVX512 inline wchar_t* storeExactly(const Constants& constants, const Decoded& block, wchar_t* dst) {
+    const std::uint64_t room = firstBits(block.count);
+    for (unsigned int group = 0; 16 * group < block.count; ++group) {
+        _mm512_mask_storeu_epi32(dst + 16 * group, static_cast<__mmask16>(room >> 16 * group),
+                                 unitsOfGroup(constants, block.units, group));
     }
-    return dst + count;
+    return dst + block.count;
 }
 
-// The first `length` bytes are right: how many are whole characters.
-BRIM_AVX512 inline unsigned int wholeLength(const Sequences& s, unsigned int length) {
-    const std::uint64_t last = firstBits(length) ^ firstBits(length) >> 1;
-    const std::uint64_t reaching =
-        (s.leads & last) | (s.threes & (last | last >> 1)) | (s.fours & (last | last >> 1 | last >> 2));
-    return reaching == 0 ? length : static_cast<unsigned int>(_tzcnt_u64(reaching));
-}
+// How far the vector loop came, and whether the byte there should continue a character.
+struct Stop {
+    DecodeProgress at;
+    bool within;
+};
 
-// Decodes from the start of a character while 64 bytes are left, which have room for the 64 units that a
-// block stores. Stops at the start of a character: a sooner one than that when the rules must be asked.
-BRIM_AVX512 inline DecodeProgress decodeBlocks(const char* src, const char* end, wchar_t* dst) {
-    constexpr unsigned int kStride = 61;
-    constexpr std::uint64_t kStarts = (std::uint64_t{1} << kStride) - 1;
-    std::uint64_t carried = 0;
-    while (end - src >= 64) {
-        const __m512i bytes = _mm512_loadu_si512(src);
-        const std::uint64_t nonAscii = _mm512_movepi8_mask(bytes);
-        if (nonAscii == 0) {
-            widen64(bytes, dst);
-            src += 64;
-            dst += 64;
+// Decodes from the start of a character until the end or the first place where the rules must be asked.
+BRIM_AVX512 inline Stop decodeUntilWrong(const char* src, const char* end, wchar_t* dst) {
+    // So many blocks after one that is not ASCII are not looked at for being it: that would be a branch which
+    // sparse text mispredicts.
+    constexpr unsigned int kNotAsked = 4;
+    unsigned int notAsked = 0;
+    const Constants constants;
+    Carried before;
+    DecodeProgress at{src, dst};
+    while (end - at.src >= 64) {
+        Bytes block;
+        block.at = _mm512_loadu_si512(at.src);
+        const std::uint64_t nonAscii = _mm512_movepi8_mask(block.at);
+        if (notAsked == 0 && nonAscii == 0) {
+            for (std::ptrdiff_t i = 0; i < 64; i += 16) {
+                __builtin_prefetch(at.dst + 1024 + i, 1);
+            }
+            widen64(at.src, at.dst);
+            // As far as the next cache line of the destination: whoever comes here again, stores aligned.
+            const std::ptrdiff_t aligned =
+                64 - static_cast<std::ptrdiff_t>(reinterpret_cast<std::uintptr_t>(at.dst) / 4 % 16);
+            at.src += aligned;
+            at.dst += aligned;
             continue;
         }
-        const Sequences s = classify(bytes, nonAscii, carried);
-        const std::uint64_t starts = ~(nonAscii & ~s.leads);
-        if (s.wrong != 0) {
-            const unsigned int length = wholeLength(s, static_cast<unsigned int>(_tzcnt_u64(s.wrong)));
-            return {src + length, decodeStarts(bytes, s, starts & firstBits(length), dst)};
+        notAsked = nonAscii != 0 ? kNotAsked : notAsked - 1;
+        putBehind(block, at.src, src);
+        Sequences s = classify(constants, block, nonAscii, before);
+        if ((s.fourLeads | before.fours) != 0) {
+            s.wrong |= wrongFours(block);
         }
-        dst = decodeStarts(bytes, s, starts & kStarts, dst);
-        carried =
-            ((s.leads & kStarts) << 1 | (s.threes & kStarts) << 2 | (s.fours & kStarts) << 3) >> kStride;
-        src += kStride;
+        if (s.wrong != 0) {
+            const auto length = static_cast<unsigned int>(_tzcnt_u64(s.wrong));
+            return {{at.src + length,
+                     storeBlock(constants, decodeBlock(constants, block, s, before, length), at.dst)},
+                    (s.expected >> length & 1U) != 0};
+        }
+        at.dst = storeBlock(constants, decodeBlock(constants, block, s, before, 64), at.dst);
+        at.src += 64;
+        before = s.carried;
     }
-    return {src + countBits(carried), dst};
-}
-
-// Decodes 1 to 63 bytes from the start of a character, up to one that is cut or for which the rules must be
-// asked. Reads and writes through masks, so nothing beyond either end is touched.
-BRIM_AVX512 inline DecodeProgress decodePart(const char* src, const char* end, wchar_t* dst) {
-    auto length = static_cast<unsigned int>(end - src);
-    const __m512i bytes = _mm512_maskz_loadu_epi8(firstBits(length), src);
-    const Sequences s = classify(bytes, _mm512_movepi8_mask(bytes), 0);
+    if (at.src == end) {
+        return {at, before.expected != 0};
+    }
+    auto length = static_cast<unsigned int>(end - at.src);
+    Bytes block;
+    block.at = _mm512_maskz_loadu_epi8(firstBits(length), at.src);
+    putBehind(block, at.src, src, firstBits(length));
+    Sequences s = classify(constants, block, _mm512_movepi8_mask(block.at), before);
+    if ((s.fourLeads | before.fours) != 0) {
+        s.wrong |= wrongFours(block);
+    }
     const std::uint64_t wrong = _bzhi_u64(s.wrong, length);
-    length = wholeLength(s, wrong != 0 ? static_cast<unsigned int>(_tzcnt_u64(wrong)) : length);
-    const std::uint64_t starts = ~(s.nonAscii & ~s.leads) & firstBits(length);
-    return {src + length, s.threes == 0  ? decodeStartsExactly<2>(bytes, s, starts, dst)
-                          : s.fours == 0 ? decodeStartsExactly<3>(bytes, s, starts, dst)
-                                         : decodeStartsExactly<4>(bytes, s, starts, dst)};
+    length = wrong != 0 ? static_cast<unsigned int>(_tzcnt_u64(wrong)) : length;
+    return {
+        {at.src + length, storeExactly(constants, decodeBlock(constants, block, s, before, length), at.dst)},
+        (s.expected >> length & 1U) != 0};
 }
 
 // Short texts are mostly ASCII.
 BRIM_AVX512 inline void widenAscii16(DecodeProgress& at, const char* end) {
     while (end - at.src >= 16) {
-        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at.src));
-        if (_mm_movemask_epi8(bytes) != 0) {
+        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at.src));
+        if (_mm_movemask_epi8(block) != 0) {
             break;
         }
-        _mm512_storeu_si512(at.dst, _mm512_cvtepu8_epi32(bytes));
+        _mm512_storeu_si512(at.dst, _mm512_cvtepu8_epi32(block));
         at.src += 16;
         at.dst += 16;
     }
 }
 
-BRIM_AVX512 DecodeProgress decodeUtf8(const char* src, const char* end, wchar_t* dst) noexcept {
+} // namespace
+
+BRIM_AVX512 DecodeProgress decodeUtf8Avx512(const char* src, const char* end, wchar_t* dst) noexcept {
     DecodeProgress at{src, dst};
     if (end - src < 64) {
         widenAscii16(at, end);
     }
     while (at.src != end) {
         const char* const start = at.src;
-        if (end - at.src >= 64) {
-            at = decodeBlocks(at.src, end, at.dst);
-        }
-        if (end - at.src < 64 && at.src != end) {
-            at = decodePart(at.src, end, at.dst);
-        }
+        const Stop stop = decodeUntilWrong(at.src, end, at.dst);
+        at = stop.within ? takeBack(stop.at) : stop.at;
         if (at.src == end || !decodeDamage(at, start, end)) {
             break;
         }
     }
     return at;
 }
+
+namespace {
 
 // ---- The encoder ------------------------------------------------------------------------------------------
 
@@ -323,9 +375,9 @@ BRIM_AVX512 inline EncodedBlock encodeBlock(__m512i units, const wchar_t* next, 
     // Six bits to a byte: those from bit 18, 12, 6 and 0 of each unit.
     const __m512i spread = _mm512_set1_epi64(0x20262C3200060C12);
     const __m512i bits = _mm512_multishift_epi64_epi8(spread, values);
-    const __m512i bytes =
+    const __m512i lanes =
         _mm512_ternarylogic_epi32(bits, _mm512_set1_epi8(0x3F), marks, 0xEA); // (bits & 0x3F) | marks
-    return {_mm512_mask_slli_epi32(bytes, static_cast<__mmask16>(~static_cast<unsigned int>(two)), units, 24),
+    return {_mm512_mask_slli_epi32(lanes, static_cast<__mmask16>(~static_cast<unsigned int>(two)), units, 24),
             _mm512_movepi8_mask(marks), nextCarried, false};
 }
 
@@ -348,9 +400,11 @@ BRIM_AVX512 inline EncodeProgress encodePart(const wchar_t* src, const wchar_t* 
     return {src + length, dst + count};
 }
 
+} // namespace
+
 // Blocks of 16 units store 64 bytes and look at the unit after them: they end 22 units before the end, which
 // have room for 66 bytes.
-BRIM_AVX512 EncodeProgress encodeUtf8(const wchar_t* src, const wchar_t* end, char* dst) noexcept {
+BRIM_AVX512 EncodeProgress encodeUtf8Avx512(const wchar_t* src, const wchar_t* end, char* dst) noexcept {
     EncodeProgress at{src, dst};
     unsigned int carried = 0; // 1: the first unit ended a pair of the last block
     bool tooBig = false;
@@ -405,7 +459,7 @@ BRIM_AVX512 EncodeProgress encodeUtf8(const wchar_t* src, const wchar_t* end, ch
 
 // ---- The exact size ---------------------------------------------------------------------------------------
 
-BRIM_AVX512 std::size_t exactUtf8Size(const wchar_t* src, std::size_t srcLen) noexcept {
+BRIM_AVX512 std::size_t exactUtf8SizeAvx512(const wchar_t* src, std::size_t srcLen) noexcept {
     constexpr std::ptrdiff_t kBlock = 64;
     const wchar_t* const end = src + srcLen;
     std::size_t size = 0;
@@ -429,11 +483,5 @@ BRIM_AVX512 std::size_t exactUtf8Size(const wchar_t* src, std::size_t srcLen) no
     }
     return size + countByRule(src, end, end);
 }
-
-} // namespace
-
-constinit const Kernels kAvx512Kernels{
-    Level::avx512,          &decodeUtf8, &encodeUtf8, &exactUtf8Size, &decodeSingleByteAvx512,
-    &encodeSingleByteAvx512};
 
 } // namespace sup::kernels

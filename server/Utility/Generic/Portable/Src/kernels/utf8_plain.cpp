@@ -1,5 +1,4 @@
 // The level that every x86-64 processor has: blocks with SSE2, everything else by the rule.
-#include "kernels/kernels.h"
 #include "kernels/utf8_runs.h"
 
 #include <cstdint>
@@ -189,7 +188,9 @@ char* encodeBlock(const wchar_t* src, char* dst) {
     return encodeUpToThreeBytes(src, dst);
 }
 
-DecodeProgress decodeUtf8(const char* src, const char* end, wchar_t* dst) noexcept {
+} // namespace
+
+DecodeProgress decodeUtf8Plain(const char* src, const char* end, wchar_t* dst) noexcept {
     DecodeProgress at{src, dst};
     while (end - at.src >= kReadAhead) {
         at = decodeBlock(at.src, end, at.dst);
@@ -207,7 +208,7 @@ DecodeProgress decodeUtf8(const char* src, const char* end, wchar_t* dst) noexce
     return at;
 }
 
-EncodeProgress encodeUtf8(const wchar_t* src, const wchar_t* end, char* dst) noexcept {
+EncodeProgress encodeUtf8Plain(const wchar_t* src, const wchar_t* end, char* dst) noexcept {
     EncodeProgress at{src, dst};
     while (end - at.src >= kEncoderBlock) {
         if (char* const next = encodeBlock(at.src, at.dst)) {
@@ -221,7 +222,7 @@ EncodeProgress encodeUtf8(const wchar_t* src, const wchar_t* end, char* dst) noe
     return at;
 }
 
-std::size_t exactUtf8Size(const wchar_t* src, std::size_t srcLen) noexcept {
+std::size_t exactUtf8SizePlain(const wchar_t* src, std::size_t srcLen) noexcept {
     const wchar_t* const end = src + srcLen;
     std::size_t size = 0;
     while (end - src >= kEncoderBlock) {
@@ -248,10 +249,5 @@ std::size_t exactUtf8Size(const wchar_t* src, std::size_t srcLen) noexcept {
     }
     return size + countByRule(src, end, end);
 }
-
-} // namespace
-
-constinit const Kernels kPlainKernels{
-    Level::plain, &decodeUtf8, &encodeUtf8, &exactUtf8Size, &decodeSingleBytePlain, &encodeSingleBytePlain};
 
 } // namespace sup::kernels

@@ -79,6 +79,15 @@ inline DecodeProgress decodeByRuns(const char* block, std::uint64_t nonAscii, co
     }
 }
 
+/// Goes back from within a character to its start. The third byte of four has given its high surrogate.
+inline DecodeProgress takeBack(const DecodeProgress& at) noexcept {
+    const char* lead = at.src - 1;
+    while (isContinuation(static_cast<unsigned char>(*lead))) {
+        --lead;
+    }
+    return {lead, at.src - lead == 3 ? at.dst - 1 : at.dst};
+}
+
 /// Goes on where a vector loop that began at `start` has asked for the rules. Mostly ASCII goes by runs for a
 /// few blocks, as damage seldom comes alone; otherwise the rule takes one character, or more when the vector
 /// loop came too short a way to be worth its price. False when `end` cuts the next sequence.
