@@ -132,6 +132,7 @@ void printDirective(const Directive& d, va_list* args) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #pragma GCC diagnostic ignored "-Wformat-security"
+    // NOLINTBEGIN(bugprone-branch-clone): the types differ
     switch (d.conversion) {
     case 'd':
     case 'i':
@@ -173,6 +174,7 @@ void printDirective(const Directive& d, va_list* args) {
         print(d.spec, 0);
         break;
     }
+    // NOLINTEND(bugprone-branch-clone)
 #pragma GCC diagnostic pop
 }
 

@@ -3,6 +3,7 @@
 
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
 
+#include <algorithm>
 #include <cstring>
 #include <cwchar>
 #include <netdb.h>
@@ -96,14 +97,11 @@ bool SystemUtility::IsIPv4Address(const String& text) {
     if (parts.size() != 4) {
         return false;
     }
-    for (const String& part : parts) {
+    return std::all_of(parts.begin(), parts.end(), [](const String& part) {
         // As a long: the 32 bits of a larger number may look small.
-        if (!BaseStringUtil::IsInteger(part) ||
-            static_cast<unsigned long>(std::wcstol(part.c_str(), nullptr, 10)) > 255) {
-            return false;
-        }
-    }
-    return true;
+        return BaseStringUtil::IsInteger(part) &&
+               static_cast<unsigned long>(std::wcstol(part.c_str(), nullptr, 10)) <= 255;
+    });
 }
 
 bool SystemUtility::IsFullyQualifiedDomainName(const String& text) {

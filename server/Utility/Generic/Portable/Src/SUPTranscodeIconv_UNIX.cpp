@@ -23,7 +23,8 @@ constexpr const char* kThisFile = "server/Utility/Generic/Portable/Src/SUPTransc
 constexpr int kAllocationLine = 25;
 constexpr const char* kWideSide = "UTF-16LE";
 
-const iconv_t kNoConverter = reinterpret_cast<iconv_t>(-1);
+const iconv_t kNoConverter =
+    reinterpret_cast<iconv_t>(-1); // NOLINT(performance-no-int-to-ptr): as POSIX has it
 
 // A converter on loan.
 class Loan {

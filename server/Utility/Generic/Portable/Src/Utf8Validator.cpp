@@ -44,7 +44,7 @@ constexpr std::ptrdiff_t kBlock = 64;
 template <class Test>
 std::uint64_t maskOf(const char* block, Test test) {
     std::uint64_t mask = 0;
-    for (unsigned int i = 0; i < 4; ++i) {
+    for (std::size_t i = 0; i < 4; ++i) {
         const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block + 16 * i));
         const auto bits = static_cast<unsigned int>(_mm_movemask_epi8(test(bytes)));
         mask |= static_cast<std::uint64_t>(bits) << (16 * i);

@@ -44,7 +44,7 @@ bool EntityLengths::add(std::u16string_view name, std::u16string_view value) {
     }
     Entity& entity = entry->second;
     entity.ownLength = value.length();
-    for (std::size_t at = value.find(m_mark); at != value.npos; at = value.find(m_mark, at)) {
+    for (std::size_t at = value.find(m_mark); at != std::u16string_view::npos; at = value.find(m_mark, at)) {
         const std::size_t end = std::min(value.find(u';', ++at), value.length());
         entity.references.emplace_back(value.substr(at, end - at));
         m_namesReferredTo.insert(entity.references.back());
