@@ -255,18 +255,35 @@ xercesc::DOMDocument* parse(Documents& d, const char* text, std::size_t length) 
                                  static_cast<unsigned int>(length), *d.parser, d.reporter, d.format);
 }
 
-// The parser's memory, counted apart: constructors of Xerces that run out of memory lose what they had.
+// The parser's memory, counted apart: constructors of Xerces that run out of memory lose what they had. A
+// list of its own keeps lost blocks in reach.
 class ParserMemory : public QuayMemoryManager {
 public:
     void* allocate(XMLSize_t size) override {
-        void* const block = QuayMemoryManager::allocate(size);
+        auto* const block = static_cast<Block*>(QuayMemoryManager::allocate(sizeof(Block) + size));
+        block->next = m_first.next;
+        block->previous = &m_first;
+        block->next->previous = block;
+        m_first.next = block;
         ++foreignBlocks;
-        return block;
+        return block + 1;
     }
-    void deallocate(void* block) override {
-        foreignBlocks -= block == nullptr ? 0 : 1;
-        QuayMemoryManager::deallocate(block);
+    void deallocate(void* p) override {
+        if (p != nullptr) {
+            Block* const block = static_cast<Block*>(p) - 1;
+            block->previous->next = block->next;
+            block->next->previous = block->previous;
+            --foreignBlocks;
+            QuayMemoryManager::deallocate(block);
+        }
     }
+
+private:
+    struct Block {
+        Block* next;
+        Block* previous;
+    };
+    Block m_first{&m_first, &m_first};
 };
 
 class XmlWithoutMemory : public testing::Test {

@@ -135,6 +135,7 @@ TEST_F(FilesWithoutMemory, AreLeftAloneWithTheWorkingDirectory) {
 }
 
 TEST_F(FilesWithoutMemory, WrappersCallNothing) {
+    testing::internal::CaptureStderr();
     expectHarmlessRefusals<Files>({
         {"WRAP_wopen",
          [](Files& f) {
@@ -164,6 +165,7 @@ TEST_F(FilesWithoutMemory, WrappersCallNothing) {
         {"WRAP_wchdir", [](Files& f) { f.result = WRAP_wchdir(L"."); }},
         {"WRAP_wlogerror", [](Files&) { WRAP_wlogerror(false, L"to standard error"); }},
     });
+    testing::internal::GetCapturedStderr();
 }
 
 // ---- Processes, locales, reports --------------------------------------------------------------------------

@@ -4,9 +4,6 @@
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
 #include "Utility/Generic/Portable/SUPDom.h"
 #include "Utility/Generic/Portable/SUPOS.h"
-#include "XercesReadiness.h"
-
-#include <new>
 
 #include <xercesc/dom/DOMException.hpp>
 #include <xercesc/dom/DOMNodeList.hpp>
@@ -63,17 +60,7 @@ public:
     }
 
 private:
-    // Before the parser is made.
-    struct Xerces {
-        Xerces() {
-            XercesInitializer::GetXercesInit();
-            if (!sup::isXercesReady()) {
-                throw std::bad_alloc();
-            }
-        }
-    };
-
-    const Xerces m_xerces;
+    const XercesInitializer& m_xerces = XercesInitializer::GetXercesInit(); // before the parser is made
     SUPDomErrorReporter m_reporter;
     SUPDOMPrintFormatTarget m_format;
     xercesc::XercesDOMParser m_parser;

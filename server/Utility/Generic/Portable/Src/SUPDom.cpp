@@ -4,16 +4,18 @@
 #include "Utility/Generic/Portable/SUPExceptionSupport.h"
 #include "Utility/Generic/Portable/SUPOS.h"
 #include "Utility/Generic/Portable/memoryallocatorgateway.h"
-#include "XercesReadiness.h"
 #include "XmlDocumentLimits.h"
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
-#include <mutex>
+#include <functional>
+#include <new>
+#include <sys/mman.h>
 
 #include <xercesc/dom/DOMNamedNodeMap.hpp>
 #include <xercesc/framework/LocalFileInputSource.hpp>
@@ -76,7 +78,11 @@ public:
     bool isOpen() const { return m_file != nullptr; }
     XMLFilePos curPos() const override { return m_position; }
     XMLSize_t readBytes(XMLByte* const buffer, const XMLSize_t length) override {
-        const std::size_t n = std::fread(buffer, 1, length, m_file);
+        std::size_t n = std::fread(buffer, 1, length, m_file);
+        while (n == 0 && std::ferror(m_file) != 0 && errno == EINTR) { // a signal is no end of the file
+            std::clearerr(m_file);
+            n = std::fread(buffer, 1, length, m_file);
+        }
         m_position += n;
         return n;
     }
@@ -138,21 +144,46 @@ DOMDocument* parse(const xercesc::InputSource& source, xercesc::XercesDOMParser&
     return parser.getDocument();
 }
 
-constinit std::mutex g_startMutex;
-constinit std::atomic<bool> g_isXercesReady{false};
+// Xerces cannot take back a start that ran out of memory halfway, and a parser that is made after one ends
+// the process. So what the allocator refuses during the start comes from here, and is not given back.
+class StartReserve {
+public:
+    // Null where the system has no memory either.
+    void* allocate(std::size_t size) noexcept {
+        char* begin = m_begin.load(std::memory_order_relaxed);
+        if (begin == nullptr) {
+            void* const pages =
+                ::mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+            if (pages == MAP_FAILED) {
+                return nullptr;
+            }
+            begin = static_cast<char*>(pages);
+            m_begin.store(begin, std::memory_order_release);
+        }
+        if (size > kSize - m_used) {
+            return nullptr;
+        }
+        void* const block = begin + m_used;
+        m_used += std::min((size + kAlignment - 1) / kAlignment * kAlignment, kSize - m_used);
+        return block;
+    }
 
-// Silent, as the header tells. What was begun is taken back, so that it can be begun again.
-void startXerces(QuayMemoryManager& memory) {
-    if (g_isXercesReady.load(std::memory_order_relaxed)) {
-        return;
+    bool owns(const void* p) const noexcept {
+        const char* const begin = m_begin.load(std::memory_order_acquire);
+        return begin != nullptr && std::less_equal<>()(begin, static_cast<const char*>(p)) &&
+               std::less<>()(static_cast<const char*>(p), begin + kSize);
     }
-    try {
-        XMLPlatformUtils::Initialize(xercesc::XMLUni::fgXercescDefaultLocale, nullptr, nullptr, &memory);
-        g_isXercesReady.store(true, std::memory_order_release);
-    } catch (...) {
-        XMLPlatformUtils::Terminate();
-    }
-}
+
+private:
+    static constexpr std::size_t kSize = std::size_t{1} << 20U; // the start takes 700 KB
+    static constexpr std::size_t kAlignment = 16;
+
+    std::atomic<char*> m_begin{nullptr};
+    std::size_t m_used = 0;
+};
+
+constinit StartReserve g_startReserve;
+constinit thread_local bool g_isStarting = false;
 
 } // namespace
 
@@ -161,14 +192,35 @@ void startXerces(QuayMemoryManager& memory) {
 QuayMemoryManager::~QuayMemoryManager() = default;
 
 void* QuayMemoryManager::allocate(XMLSize_t size) {
-    return memalloc::MemoryAllocatorGateway::allocateAndRemeberSize(size, kAllocationFile, kAllocationLine);
+    try {
+        return memalloc::MemoryAllocatorGateway::allocateAndRemeberSize(size, kAllocationFile,
+                                                                        kAllocationLine);
+    } catch (const std::bad_alloc&) {
+        void* const block = g_isStarting ? g_startReserve.allocate(size) : nullptr;
+        if (block == nullptr) {
+            throw;
+        }
+        return block;
+    }
 }
 
-void QuayMemoryManager::deallocate(void* p) { memalloc::MemoryAllocatorGateway::readSizeAndDeallocate(p); }
+void QuayMemoryManager::deallocate(void* p) {
+    if (!g_startReserve.owns(p)) {
+        memalloc::MemoryAllocatorGateway::readSizeAndDeallocate(p);
+    }
+}
 
 xercesc::MemoryManager* QuayMemoryManager::getExceptionMemoryManager() { return this; }
 
-XercesInitializer::XercesInitializer() { startXerces(m_tMgr); }
+XercesInitializer::XercesInitializer() {
+    g_isStarting = true;
+    try {
+        XMLPlatformUtils::Initialize(xercesc::XMLUni::fgXercescDefaultLocale, nullptr, nullptr, &m_tMgr);
+    } catch (...) {
+        // Silent, as the header tells.
+    }
+    g_isStarting = false;
+}
 
 XercesInitializer::~XercesInitializer() {
     try {
@@ -180,14 +232,8 @@ XercesInitializer::~XercesInitializer() {
 
 XercesInitializer& XercesInitializer::GetXercesInit() {
     static XercesInitializer initializer;
-    if (!sup::isXercesReady()) { // memory may be there by now
-        const std::lock_guard<std::mutex> lock(g_startMutex);
-        startXerces(initializer.m_tMgr);
-    }
     return initializer;
 }
-
-bool sup::isXercesReady() noexcept { return g_isXercesReady.load(std::memory_order_acquire); }
 
 SUPDomErrorReporter::~SUPDomErrorReporter() = default;
 

@@ -1,5 +1,6 @@
 #include "SUPErrorMessage.h"
 
+#include <atomic>
 #include <cstdio>
 
 namespace {
@@ -71,11 +72,14 @@ UtilityPortableErrorMessageManager*
 UtilityPortableErrorMessageManager::Get(UtilityPortableErrorMessageManager* mgr, bool replace) {
     static UtilityPortableErrorMessageManager* const defaultManager =
         SingleThreadedUtilityPortableErrorMessageManager::Make();
-    static UtilityPortableErrorMessageManager* g_utilityPortableErrorMessageManager = defaultManager;
-    if (replace && mgr != g_utilityPortableErrorMessageManager) {
-        g_utilityPortableErrorMessageManager = mgr != nullptr ? mgr : defaultManager;
+    // Atomic: documents that are parsed at once each install the default one before they report.
+    static std::atomic<UtilityPortableErrorMessageManager*> g_utilityPortableErrorMessageManager{
+        defaultManager};
+    if (replace) {
+        g_utilityPortableErrorMessageManager.store(mgr != nullptr ? mgr : defaultManager,
+                                                   std::memory_order_release);
     }
-    return g_utilityPortableErrorMessageManager;
+    return g_utilityPortableErrorMessageManager.load(std::memory_order_acquire);
 }
 
 bool UtilityPortableErrorMessageManager::Register(UtilityPortableErrorMessageManager* mgr) {

@@ -1,6 +1,7 @@
 // The environment, the settings and the identity that come from it, and the directory layout.
 #include "Utility/Generic/Portable/SUPOS.h"
 
+#include "CharacterTypeLocale.h"
 #include "LoadTime.h"
 #include "ServerLocaleDirectory.h"
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
@@ -8,7 +9,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <clocale>
 #include <cstdlib>
 #include <cwchar>
 #include <iterator>
@@ -188,8 +188,8 @@ bool getWorkDirectory(const wchar_t* variable, const wchar_t* baseVariable, cons
 
 String languageOfLocale() {
     // The one place besides start-up that sets the process's locale: its caller asks for the environment's.
-    const char* const locale = std::setlocale(LC_CTYPE, "");
-    const String name = BaseStringUtil::StringFrom(locale, SystemUtility::GetMultiByteCodePage());
+    const sup::String<char> locale = sup::characterTypeLocale("");
+    const String name = BaseStringUtil::StringFrom(locale.c_str(), SystemUtility::GetMultiByteCodePage());
     if (name.empty() || name == String(L"C")) {
         return L"en";
     }

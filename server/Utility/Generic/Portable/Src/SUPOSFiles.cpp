@@ -225,6 +225,7 @@ bool SystemUtility::CopyFile(const String& source, const String& target, bool ov
     if (!fitsCopyBuffer(source) || !fitsCopyBuffer(target) || !stat(source, sourceRecord)) {
         return false;
     }
+    errno = 0;
     if (stat(target, targetRecord)) {
         const bool isSame =
             sourceRecord.st_dev == targetRecord.st_dev && sourceRecord.st_ino == targetRecord.st_ino;
@@ -232,6 +233,8 @@ bool SystemUtility::CopyFile(const String& source, const String& target, bool ov
             errno = EEXIST;
             return false;
         }
+    } else if (errno != ENOENT && errno != 0) { // it may be there, and even be the source
+        return false;
     }
     if (S_ISDIR(sourceRecord.st_mode)) { // which can be opened, but not read
         errno = EISDIR;

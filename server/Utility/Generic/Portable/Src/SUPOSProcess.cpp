@@ -95,13 +95,23 @@ void sup::loadtime::seedRandomNumbers() {
 
 namespace {
 
+// A signal that the host handles is no end of a pipe.
+int nextByte(std::FILE* stream) {
+    int c = std::getc(stream);
+    while (c == EOF && std::ferror(stream) != 0 && errno == EINTR) {
+        std::clearerr(stream);
+        c = std::getc(stream);
+    }
+    return c;
+}
+
 // At most `length` bytes, without the line end.
 String readFirstLine(std::FILE* stream, int length) {
     AutoBuffer<char, kMostFirstLine + 1> line;
     const std::size_t most = static_cast<std::size_t>(length);
     line.growNoPreserve(most + 1);
     std::size_t count = 0;
-    for (int c = 0; count < most && c != '\n' && (c = std::getc(stream)) != EOF;) {
+    for (int c = 0; count < most && c != '\n' && (c = nextByte(stream)) != EOF;) {
         line.data()[count++] = static_cast<char>(c);
     }
     line.data()[withoutLineEnd(line.data(), count)] = '\0';

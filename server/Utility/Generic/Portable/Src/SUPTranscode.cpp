@@ -1,6 +1,7 @@
 // The code-page layer: the Windows-style conversions of SystemUtility and the process's own code page.
 #include "Utility/Generic/Portable/SUPTranscode.h"
 
+#include "CharacterTypeLocale.h"
 #include "CodePageNames.h"
 #include "LoadTime.h"
 #include "Utility/Generic/Portable/SUPAutobuffer.h"
@@ -9,7 +10,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <clocale>
 #include <cstring>
 #include <cwchar>
 #include <limits>
@@ -188,7 +188,7 @@ void sup::loadtime::forgetSystemCodePage() noexcept { g_systemCodePage.store(0, 
 unsigned int SystemUtility::GetACP() {
     unsigned int codePage = g_systemCodePage.load(std::memory_order_relaxed);
     if (codePage == 0) {
-        codePage = Locale2CodePage(std::setlocale(LC_CTYPE, nullptr));
+        codePage = Locale2CodePage(sup::characterTypeLocale(nullptr).c_str());
         g_systemCodePage.store(codePage, std::memory_order_relaxed);
     }
     return codePage;

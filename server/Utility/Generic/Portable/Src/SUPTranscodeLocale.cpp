@@ -1,6 +1,7 @@
 // The code-page layer: system locales, and the maps that come from the locale file.
 #include "Utility/Generic/Portable/SUPTranscode.h"
 
+#include "CharacterTypeLocale.h"
 #include "CodePageNames.h"
 #include "LoadTime.h"
 #include "LocaleFileMaps.h"
@@ -10,6 +11,7 @@
 #include <clocale>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <string_view>
 
 namespace {
@@ -60,6 +62,12 @@ sup::IconvIdentifierMap& iconvIdentifierMap() {
 }
 
 } // namespace
+
+sup::String<char> sup::characterTypeLocale(const char* name) {
+    static constinit std::mutex oneAtATime;
+    const std::lock_guard<std::mutex> lock(oneAtATime);
+    return String<char>(std::setlocale(LC_CTYPE, name));
+}
 
 const sup::LocaleConversionMap& GetQuayLocale2SystemLocaleMap() { return localeConversionMap(); }
 
