@@ -34,6 +34,8 @@ public:
 
 private:
     wchar_t foldOther(std::uint32_t code) const noexcept;
+    std::size_t firstDifferencePlain(const wchar_t* a, const wchar_t* b, std::size_t n) const noexcept;
+    std::size_t firstDifferenceAvx512(const wchar_t* a, const wchar_t* b, std::size_t n) const noexcept;
 
     const LocaleCharacters* m_characters;
     const wchar_t* m_alphabets = nullptr;

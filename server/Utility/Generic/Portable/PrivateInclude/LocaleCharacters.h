@@ -42,6 +42,9 @@ public:
         return nullptr;
     }
 
+    /// Its number: below kMostLocales, for what else is made once for a locale.
+    std::size_t number() const noexcept { return static_cast<std::size_t>(this - s_known); }
+
     /// towlower and towupper of each character below kAlphabetsLimit, where nearly all letters with case are.
     const wchar_t* lowerAlphabets() const noexcept { return m_lower; }
     const wchar_t* upperAlphabets() const noexcept { return m_upper; }

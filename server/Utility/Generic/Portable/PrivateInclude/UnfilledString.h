@@ -11,29 +11,28 @@ namespace sup {
 class UnfilledString {
 public:
     /// With room for `capacity` characters.
-    explicit UnfilledString(std::size_t capacity) {
-        m_text.reserve(capacity);
-        m_begin = m_text.mutable_begin();
-    }
+    explicit UnfilledString(std::size_t capacity) { m_text.reserve(capacity); }
 
     /// Where to write; null without room.
-    wchar_t* begin() const noexcept { return m_begin; }
+    wchar_t* begin() const noexcept { return block() == nullptr ? nullptr : block()->m_pStart; }
 
     /// The string of the first `length` characters, for which there was room. To be called once.
     BrimString take(std::size_t length) noexcept {
-        if (m_begin != nullptr) {
-            // The block is this object's own, and not constant.
-            const_cast<string_details::StringData<wchar_t>*>(m_text.diagnosticGetSharedRepresentation())
-                ->setLength(length);
+        if (block() != nullptr) {
+            block()->setLength(length);
         }
         return std::move(m_text);
     }
     /// The same for characters up to `end`.
-    BrimString takeTo(const wchar_t* end) noexcept { return take(static_cast<std::size_t>(end - m_begin)); }
+    BrimString takeTo(const wchar_t* end) noexcept { return take(static_cast<std::size_t>(end - begin())); }
 
 private:
+    // It is this object's own, and not constant.
+    string_details::StringData<wchar_t>* block() const noexcept {
+        return const_cast<string_details::StringData<wchar_t>*>(m_text.diagnosticGetSharedRepresentation());
+    }
+
     BrimString m_text;
-    wchar_t* m_begin;
 };
 
 } // namespace sup

@@ -1,7 +1,17 @@
 #include "CaseFolding.h"
 
+#include "kernels/kernels.h"
+
+#include <algorithm>
 #include <cwctype>
-#include <emmintrin.h>
+#include <immintrin.h>
+
+#ifndef __clang__ // the undefined operands of GCC 12's own intrinsics
+#    pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#    pragma GCC diagnostic ignored "-Wuninitialized"
+#endif
+
+#define BRIM_AVX512 __attribute__((target("avx512f,avx512bw,avx512vl,avx512dq,bmi,bmi2,popcnt")))
 
 namespace sup {
 
@@ -73,7 +83,8 @@ wchar_t UpperCaseFold::foldOther(std::uint32_t code) const noexcept {
 }
 
 // Reads whole blocks of eight characters inside [0, n), then single ones.
-std::size_t LowerCaseFold::firstDifference(const wchar_t* a, const wchar_t* b, std::size_t n) const noexcept {
+std::size_t LowerCaseFold::firstDifferencePlain(const wchar_t* a, const wchar_t* b,
+                                                std::size_t n) const noexcept {
     const LowerCaseFold& fold = *this;
     const int caseBit = m_plainAscii ? kCaseBit : 0;
     std::size_t i = 0;
@@ -96,6 +107,47 @@ std::size_t LowerCaseFold::firstDifference(const wchar_t* a, const wchar_t* b, s
         ++i;
     }
     return i;
+}
+
+// Blocks of 16 characters, the last one through masks. Only what no case bit explains is looked up.
+BRIM_AVX512 std::size_t LowerCaseFold::firstDifferenceAvx512(const wchar_t* a, const wchar_t* b,
+                                                             std::size_t n) const noexcept {
+    constexpr std::size_t kBlock = 16;
+    const __m512i caseBit = _mm512_set1_epi32(m_plainAscii ? kCaseBit : 0);
+    const __m512i limit = _mm512_set1_epi32(static_cast<int>(m_limit));
+    for (std::size_t i = 0; i < n; i += kBlock) {
+        const std::size_t count = std::min(n - i, kBlock);
+        const auto lanes = static_cast<__mmask16>(_bzhi_u32(0xFFFF, static_cast<unsigned int>(count)));
+        const __m512i x = _mm512_maskz_loadu_epi32(lanes, a + i);
+        const __m512i y = _mm512_maskz_loadu_epi32(lanes, b + i);
+        const __m512i difference = _mm512_xor_si512(x, y);
+        const __m512i small = _mm512_or_si512(x, _mm512_set1_epi32(kCaseBit));
+        const __mmask16 isLetter =
+            _mm512_cmplt_epu32_mask(_mm512_sub_epi32(small, _mm512_set1_epi32('a')), _mm512_set1_epi32(26));
+        const __mmask16 inDoubt = _mm512_test_epi32_mask(
+            difference, _mm512_mask_andnot_epi32(difference, isLetter, caseBit, difference));
+        if (inDoubt == 0) {
+            continue;
+        }
+        const __mmask16 inTable =
+            _mm512_mask_cmplt_epu32_mask(_mm512_mask_cmplt_epu32_mask(inDoubt, x, limit), y, limit);
+        const __m512i zero = _mm512_setzero_si512();
+        const __m512i foldedX = _mm512_mask_i32gather_epi32(zero, inTable, x, m_alphabets, 4);
+        const __m512i foldedY = _mm512_mask_i32gather_epi32(zero, inTable, y, m_alphabets, 4);
+        if (inTable == inDoubt && _mm512_cmpneq_epi32_mask(foldedX, foldedY) == 0) {
+            continue;
+        }
+        const std::size_t differs = firstDifferencePlain(a + i, b + i, count);
+        if (differs != count) {
+            return i + differs;
+        }
+    }
+    return n;
+}
+
+std::size_t LowerCaseFold::firstDifference(const wchar_t* a, const wchar_t* b, std::size_t n) const noexcept {
+    return kernels::kernels().level == kernels::Level::avx512 ? firstDifferenceAvx512(a, b, n)
+                                                              : firstDifferencePlain(a, b, n);
 }
 
 } // namespace sup

@@ -3,6 +3,7 @@
 
 #include "CaseFolding.h"
 #include "LocaleCharacters.h"
+#include "UnfilledString.h"
 #include "Utility/Generic/Portable/SUPAutobuffer.h"
 #include "kernels/search.h"
 
@@ -54,12 +55,8 @@ void foldText(const wchar_t* src, wchar_t* dst, const Fold& fold) {
 
 template <class Fold>
 String foldedCopy(const String& text, const Fold& fold) {
-    String result(text.begin(), text.length());
-    wchar_t* const first = result.mutable_begin();
-    if (first != nullptr) {
-        fold.fold(first, result.length(), first);
-    }
-    return result;
+    sup::UnfilledString result(text.length());
+    return result.takeTo(fold.fold(text.begin(), text.length(), result.begin()));
 }
 
 void mapText(const char* src, char* dst, char (*map)(char)) {

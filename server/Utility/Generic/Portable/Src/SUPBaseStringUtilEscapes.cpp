@@ -1,12 +1,12 @@
 // BaseStringUtil: URI, Base64, XML and quote escapes.
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
 
-#include "CharacterSet.h"
 #include "LocaleCharacters.h"
 #include "UnfilledString.h"
 #include "Utility/Generic/Portable/SUPAutobuffer.h"
 #include "Utility/Generic/Portable/SUPOS.h"
 #include "kernels/base64.h"
+#include "kernels/escape.h"
 #include "kernels/kernels.h"
 
 #include <algorithm>
@@ -14,7 +14,9 @@
 #include <cstdint>
 #include <cwchar>
 #include <cwctype>
-#include <iterator>
+#include <mutex>
+#include <type_traits>
+#include <utility>
 
 namespace {
 
@@ -27,73 +29,73 @@ constexpr std::size_t kBase64Piece = 1024; // groups
 // Also for a value that is no hexadecimal digit; the result then is no digit either.
 wchar_t hexDigit(int value) { return static_cast<wchar_t>(value < 10 ? L'0' + value : L'A' + (value - 10)); }
 
-// -1 for a character that is none.
-int hexValue(wchar_t c) {
-    if (c >= L'0' && c <= L'9') {
-        return c - L'0';
+// The value of each hexadecimal digit, -1 for other characters.
+constexpr std::array<signed char, 128> hexValues() {
+    std::array<signed char, 128> values{};
+    for (signed char& value : values) {
+        value = -1;
     }
-    const wchar_t lower = c | 0x20;
-    return lower >= L'a' && lower <= L'f' ? lower - L'a' + 10 : -1;
+    for (signed char i = 0; i < 10; ++i) {
+        values[static_cast<std::size_t>('0' + i)] = i;
+    }
+    for (signed char i = 0; i < 6; ++i) {
+        values[static_cast<std::size_t>('A' + i)] = values[static_cast<std::size_t>('a' + i)] =
+            static_cast<signed char>(10 + i);
+    }
+    return values;
+}
+constexpr std::array<signed char, 128> kHexValues = hexValues();
+
+// The value of two hexadecimal digits at `p`; negative when [p, end) does not begin with two.
+inline int readHexPair(const wchar_t* p, const wchar_t* end) {
+    if (end - p < 2) {
+        return -1;
+    }
+    const auto high = static_cast<std::uint32_t>(p[0]);
+    const auto low = static_cast<std::uint32_t>(p[1]);
+    return (high | low) < kHexValues.size() ? kHexValues[high] * 16 | kHexValues[low] : -1;
 }
 
-// The value of `n` hexadecimal digits at `p`; -1 when [p, end) does not begin with as many.
-int readHex(const wchar_t* p, const wchar_t* end, int n) {
-    int value = 0;
-    for (int i = 0; i < n; ++i) {
-        const int digit = p + i < end ? hexValue(p[i]) : -1;
-        if (digit < 0) {
-            return -1;
-        }
-        value = value * 16 + digit;
-    }
-    return value;
-}
-
-// Collects characters, and appends them to a string many at a time.
-class Appender {
+// A string that is made by pieces: short ones become it at once, of longer ones many at a time.
+class StagedString {
 public:
-    // A few characters, copied as a whole.
-    struct Piece {
-        wchar_t text[8];
-        std::size_t length;
-    };
+    static constexpr std::size_t kRoom = 1024;
 
-    explicit Appender(String& out) : m_out(out) {}
-    void add(wchar_t c) {
-        makeRoom();
-        m_held[m_count++] = c;
-    }
-    void add(const Piece& piece) {
-        makeRoom();
-        std::copy(std::begin(piece.text), std::end(piece.text), m_held + m_count);
-        m_count += piece.length;
-    }
-    void add(const wchar_t* first, std::size_t n) {
-        if (n > kShort) {
+    /// `expected` characters, or rather more.
+    explicit StagedString(std::size_t expected) : m_expected(expected) {}
+
+    /// Where to write up to `n` characters, kRoom at most; wrote() tells how many it were.
+    wchar_t* room(std::size_t n) {
+        if (n > kRoom - m_count) {
             flush();
-            m_out.append(first, n);
-            return;
         }
-        for (; n != 0; --n) {
-            add(*first++);
-        }
+        return m_held + m_count;
     }
-    void flush() {
-        m_out.append(m_held, m_count);
-        m_count = 0;
+    void wrote(std::size_t n) { m_count += n; }
+    void add(wchar_t c) {
+        *room(1) = c;
+        wrote(1);
+    }
+    void add(const String& text) {
+        flush();
+        m_text.append(text);
+    }
+    String take() {
+        m_text.append(m_held, m_count);
+        return std::move(m_text);
     }
 
 private:
-    static constexpr std::size_t kShort = 16;
-    static constexpr std::size_t kRoom = 256;
-
-    void makeRoom() {
-        if (m_count > kRoom - std::size(Piece().text)) {
-            flush();
+    void flush() {
+        if (m_text.capacity() == 0) {
+            m_text.reserve(std::max(m_expected, m_count));
         }
+        m_text.append(m_held, m_count);
+        m_count = 0;
     }
 
-    String& m_out;
+    String m_text;
+    std::size_t m_expected;
     std::size_t m_count = 0;
     wchar_t m_held[kRoom];
 };
@@ -101,13 +103,14 @@ private:
 // The bytes of a run of percent escapes, UTF-8 in pieces of at most 2,048 bytes.
 class EscapedBytes {
 public:
-    EscapedBytes(String& out, Appender& appender) : m_out(out), m_appender(appender) {}
+    explicit EscapedBytes(StagedString& out) : m_out(out) {}
+    bool empty() const { return m_count == 0; }
     void add(int byte) {
         if (byte == 0) {
             return;
         }
         if (byte < 0x80 && m_count == 0) {
-            m_appender.add(static_cast<wchar_t>(byte));
+            m_out.add(static_cast<wchar_t>(byte));
             return;
         }
         m_bytes[m_count++] = static_cast<char>(byte);
@@ -119,15 +122,13 @@ public:
         if (m_count != 0) {
             String decoded;
             BaseStringUtil::StdStringToString(m_bytes, m_count, decoded, kUtf8);
-            m_appender.flush();
-            m_out.append(decoded);
+            m_out.add(decoded);
             m_count = 0;
         }
     }
 
 private:
-    String& m_out;
-    Appender& m_appender;
+    StagedString& m_out;
     char m_bytes[2048];
     unsigned int m_count = 0;
 };
@@ -142,50 +143,50 @@ constexpr std::array<bool, 128> uriMarks() {
 }
 constexpr std::array<bool, 128> kUriMarks = uriMarks();
 
-enum class UriForm { kept, blank, escaped };
-
-// The forms of characters in the current locale.
-class UriForms {
-public:
-    UriForm of(wchar_t c) const {
-        const auto code = static_cast<std::uint32_t>(c);
-        if (m_characters != nullptr && code < sup::LocaleCharacters::kLowLimit) {
-            return form(c, m_characters->isAlphanumeric(code), m_characters->isSpace(code));
-        }
-        return form(c, std::iswalnum(code) != 0, std::iswspace(code) != 0);
-    }
-
-private:
-    static UriForm form(wchar_t c, bool isAlphanumeric, bool isSpace) {
-        if (isAlphanumeric || (c >= 0 && c < 0x80 && kUriMarks[static_cast<std::size_t>(c)])) {
-            return UriForm::kept;
-        }
-        return isSpace ? UriForm::blank : UriForm::escaped;
-    }
-
-    const sup::LocaleCharacters* m_characters = sup::LocaleCharacters::current();
+// What stands for a character in a URI: up to three characters.
+struct UriForm {
+    wchar_t text[3];
+    std::size_t length;
 };
-
-// What an XML character is replaced by.
-using Entity = Appender::Piece;
-const Entity& xmlEntityOf(wchar_t c) {
-    static constexpr Entity kQuote{L"&quot;", 6};
-    static constexpr Entity kApostrophe{L"&apos;", 6};
-    static constexpr Entity kAmpersand{L"&amp;", 5};
-    static constexpr Entity kLess{L"&lt;", 4};
-    static constexpr Entity kGreater{L"&gt;", 4};
-    switch (c) {
-    case L'"':
-        return kQuote;
-    case L'\'':
-        return kApostrophe;
-    case L'&':
-        return kAmpersand;
-    case L'<':
-        return kLess;
-    default:
-        return kGreater;
+UriForm uriForm(wchar_t c, bool isAlphanumeric, bool isSpace) {
+    if (isAlphanumeric || (c >= 0 && c < 0x80 && kUriMarks[static_cast<std::size_t>(c)])) {
+        return {{c}, 1};
     }
+    if (isSpace) {
+        return {{L'+'}, 1};
+    }
+    return {{L'%', hexDigit(static_cast<signed char>(c >> 4)), hexDigit(c & 0xF)}, 3};
+}
+UriForm uriForm(wchar_t c) {
+    const auto code = static_cast<std::wint_t>(c);
+    return uriForm(c, std::iswalnum(code) != 0, std::iswspace(code) != 0);
+}
+
+// The forms of the characters below U+0100 in the current locale; null when it has no tables.
+const sup::kernels::UriPieces* uriPieces() {
+    static_assert(std::extent_v<sup::kernels::UriPieces> == sup::LocaleCharacters::kLowLimit);
+    struct Known {
+        std::once_flag isMade;
+        sup::kernels::UriPieces pieces;
+    };
+    static Known known[sup::LocaleCharacters::kMostLocales];
+    const sup::LocaleCharacters* const characters = sup::LocaleCharacters::current();
+    if (characters == nullptr) {
+        return nullptr;
+    }
+    Known& ofLocale = known[characters->number()];
+    std::call_once(ofLocale.isMade, [&] {
+        for (std::uint32_t c = 0; c < sup::LocaleCharacters::kLowLimit; ++c) {
+            const UriForm form =
+                uriForm(static_cast<wchar_t>(c), characters->isAlphanumeric(c), characters->isSpace(c));
+            auto piece = static_cast<std::uint32_t>(form.length) << 24;
+            for (std::size_t i = 0; i < std::size(form.text) && i < form.length; ++i) {
+                piece |= static_cast<std::uint32_t>(form.text[i]) << (8 * i);
+            }
+            ofLocale.pieces[c] = piece;
+        }
+    });
+    return &ofLocale.pieces;
 }
 
 // The Base64 form of `size` bytes; returns its end.
@@ -225,22 +226,25 @@ String encodeBase64(const unsigned char* data, std::size_t size, bool breakLines
 } // namespace
 
 String BaseStringUtil::UriEncode(const String& text) {
-    String out;
-    out.reserve(text.length());
-    Appender appender(out);
-    const UriForms forms;
-    for (const wchar_t c : text) {
-        const UriForm form = forms.of(c);
-        if (form != UriForm::escaped) {
-            appender.add(form == UriForm::blank ? L'+' : c);
-            continue;
+    constexpr std::size_t kStep = 256;
+    const sup::kernels::UriPieces* const pieces = uriPieces();
+    StagedString out(text.length() + text.length() / 4);
+    for (const wchar_t* p = text.begin(); p != text.end();) {
+        const std::size_t n = std::min(static_cast<std::size_t>(text.end() - p), kStep);
+        wchar_t* const room = out.room(3 * n + 4);
+        if (pieces != nullptr) {
+            const sup::kernels::EscapeProgress done = sup::kernels::encodeUri(*pieces, p, n, room);
+            out.wrote(done.written);
+            p += done.read;
+            if (done.read == n) {
+                continue;
+            }
         }
-        appender.add(L'%');
-        appender.add(hexDigit(static_cast<signed char>(c >> 4)));
-        appender.add(hexDigit(c & 0xF));
+        const UriForm form = uriForm(*p++);
+        std::copy(form.text, form.text + form.length, out.room(form.length));
+        out.wrote(form.length);
     }
-    appender.flush();
-    return out;
+    return out.take();
 }
 
 String BaseStringUtil::UriDecode(const String& text, bool requireMarker) {
@@ -255,32 +259,40 @@ String BaseStringUtil::UriDecode(const String& text, bool requireMarker) {
     const auto left = static_cast<std::size_t>(text.end() - p);
     const wchar_t* const mark = left == 0 ? nullptr : std::wmemchr(p, L'>', left);
     const wchar_t* const end = mark == nullptr ? text.end() : mark;
-    String out;
-    Appender appender(out);
-    EscapedBytes escaped(out, appender);
+    constexpr std::size_t kStep = 512;
+    StagedString out(static_cast<std::size_t>(end - p));
+    EscapedBytes escaped(out);
     while (p != end) {
-        const wchar_t c = *p++;
-        if (c == L'%') {
-            const int byte = readHex(p, end, 2);
-            if (byte >= 0) {
-                escaped.add(byte);
-                p += 2;
+        if (*p != L'%') {
+            escaped.flush();
+        }
+        if (escaped.empty()) {
+            const std::size_t n = std::min(static_cast<std::size_t>(end - p), kStep);
+            const sup::kernels::EscapeProgress done = sup::kernels::decodeUri(p, n, out.room(n + 64));
+            out.wrote(done.written);
+            p += done.read;
+            if (p == end || *p != L'%') {
                 continue;
             }
-            escaped.flush();
-            const int unit = p != end && *p == L'u' ? readHex(p + 1, end, 4) : -1;
+        }
+        ++p;
+        const int byte = readHexPair(p, end);
+        if (byte >= 0) {
+            escaped.add(byte);
+            p += 2;
+            continue;
+        }
+        escaped.flush();
+        if (end - p >= 5 && *p == L'u') {
+            const int unit = readHexPair(p + 1, end) * 0x100 | readHexPair(p + 3, end);
             if (unit >= 0) {
-                appender.add(static_cast<wchar_t>(unit));
+                out.add(static_cast<wchar_t>(unit));
                 p += 5;
             }
-        } else {
-            escaped.flush();
-            appender.add(c == L'+' ? L' ' : c);
         }
     }
     escaped.flush();
-    appender.flush();
-    return out;
+    return out.take();
 }
 
 // By pieces that stay in the nearest cache: a vector would fill its memory before the bytes come.
@@ -321,26 +333,14 @@ String BaseStringUtil::EncodeBase64(const std::vector<unsigned char>& data, bool
 }
 
 String BaseStringUtil::EscapeXMLChars(const String& text) {
-    static constexpr wchar_t kSpecial[] = L"\"'&<>";
-    const sup::CharacterSet special(std::begin(kSpecial), std::end(kSpecial) - 1);
-    const wchar_t* const first = text.begin();
+    constexpr std::size_t kStep = 128;
     const std::size_t n = text.length();
-    sup::SetPlaces places(special, first, n);
-    std::size_t at = places.next();
-    if (at == n) {
-        return text;
+    StagedString out(n + n / 8);
+    for (std::size_t i = 0; i < n; i += kStep) {
+        const std::size_t count = std::min(n - i, kStep);
+        out.wrote(sup::kernels::escapeXml(text.begin() + i, count, out.room(6 * count + 3)));
     }
-    String out;
-    out.reserve(n);
-    Appender appender(out);
-    std::size_t copied = 0;
-    for (; at != n; at = places.next()) {
-        appender.add(first + copied, at - copied);
-        appender.add(xmlEntityOf(first[at]));
-        copied = at + 1;
-    }
-    appender.flush();
-    return out.append(first + copied, n - copied);
+    return out.take();
 }
 
 String BaseStringUtil::EscapeCharacter(const String& text, wchar_t escape, wchar_t special) {

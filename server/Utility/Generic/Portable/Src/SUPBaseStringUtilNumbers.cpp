@@ -1,11 +1,15 @@
 // BaseStringUtil: numbers and booleans to text and back.
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
 
+#include "UnfilledString.h"
 #include "Utility/Generic/Portable/SUPExceptionSupport.h"
 #include "Utility/Generic/Portable/SUPOS.h"
+#include "kernels/decimal.h"
+#include "kernels/kernels.h"
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -38,29 +42,77 @@ constexpr const wchar_t* kFalseWords[] = {
 
 // ---- To text ----------------------------------------------------------------------------------------------
 
-constexpr char kTwoDigits[] =
-    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-    "8081828384858687888990919293949596979899";
+// The digits of 0 to 99.
+struct DigitPairs {
+    wchar_t digits[100][2];
+    constexpr DigitPairs() : digits() {
+        for (int i = 0; i < 100; ++i) {
+            digits[i][0] = static_cast<wchar_t>(L'0' + i / 10);
+            digits[i][1] = static_cast<wchar_t>(L'0' + i % 10);
+        }
+    }
+};
+constexpr DigitPairs kDigitPairs;
+
+void writePair(wchar_t* to, unsigned int pair) {
+    std::memcpy(to, kDigitPairs.digits[pair], 2 * sizeof(wchar_t));
+}
+
+// The last eight digits of `value`, in front of `end`.
+constexpr unsigned long kEightDigits = 100000000;
+void writeEightBefore(wchar_t* end, unsigned long value) {
+    const auto digits = static_cast<unsigned int>(value % kEightDigits);
+    const unsigned int high = digits / 10000;
+    const unsigned int low = digits % 10000;
+    writePair(end - 8, high / 100);
+    writePair(end - 6, high % 100);
+    writePair(end - 4, low / 100);
+    writePair(end - 2, low % 100);
+}
+
+constexpr int kPowers = 20;
+struct PowersOfTen {
+    unsigned long values[kPowers];
+    constexpr PowersOfTen() : values() {
+        unsigned long power = 1;
+        for (unsigned long& value : values) {
+            value = power;
+            power *= 10; // the last product is not used
+        }
+    }
+};
+constexpr PowersOfTen kPowersOfTen;
+
+unsigned int bitsOf(unsigned long value) { return 64U - static_cast<unsigned int>(__builtin_clzl(value)); }
+
+// From the bits, log10(2) being nearly 1233 / 4096: that is one too few for numbers from a power of ten on.
+unsigned int digitCount(unsigned long value) {
+    const unsigned int least = bitsOf(value | 1) * 1233 >> 12;
+    return least + (value >= kPowersOfTen.values[least] ? 1U : 0U) + (value == 0 ? 1U : 0U);
+}
+
+// The last `count` digits of `value`, in front of `end`; zeros where it has none.
+void writeDigitsBefore(wchar_t* end, unsigned int count, unsigned long value) {
+    for (; count >= 8; count -= 8, end -= 8, value /= kEightDigits) {
+        writeEightBefore(end, value);
+    }
+    auto rest = static_cast<unsigned int>(value % kEightDigits);
+    for (; count >= 2; count -= 2, rest /= 100) {
+        writePair(end -= 2, rest % 100);
+    }
+    if (count != 0) {
+        end[-1] = static_cast<wchar_t>(L'0' + rest % 10);
+    }
+}
 
 String decimal(bool negative, unsigned long magnitude) {
-    wchar_t digits[24];
-    wchar_t* const end = std::end(digits);
-    wchar_t* p = end;
-    while (magnitude >= 100) {
-        const char* const pair = kTwoDigits + 2 * (magnitude % 100);
-        magnitude /= 100;
-        *--p = pair[1];
-        *--p = pair[0];
-    }
-    if (magnitude >= 10) {
-        *--p = kTwoDigits[2 * magnitude + 1];
-    }
-    *--p = magnitude >= 10 ? kTwoDigits[2 * magnitude] : static_cast<wchar_t>(L'0' + magnitude);
-    if (negative) {
-        *--p = L'-';
-    }
-    return String(p, static_cast<std::size_t>(end - p));
+    const unsigned int count = digitCount(magnitude);
+    const std::size_t length = count + (negative ? 1U : 0U);
+    sup::UnfilledString text(length);
+    wchar_t* const first = text.begin();
+    *first = L'-';
+    writeDigitsBefore(first + length, count, magnitude);
+    return text.take(length);
 }
 
 String decimalOf(long value) {
@@ -74,24 +126,106 @@ bool isPlainRadix(const char* radix) { return radix[0] == '.' && radix[1] == '\0
 // usual one.
 bool roundsToNearest() { return _MM_GET_ROUNDING_MODE() == _MM_ROUND_NEAREST; }
 
+// The current locale's.
+wchar_t decimalPoint() {
+    const char* const radix = ::nl_langinfo(RADIXCHAR);
+    wchar_t wide = L'.';
+    if (!isPlainRadix(radix)) {
+        std::mbstate_t state{};
+        std::mbrtowc(&wide, radix, std::strlen(radix), &state);
+    }
+    return wide;
+}
+
 constexpr std::size_t kDoubleRoom = 255;
+
+__extension__ using Wide = unsigned __int128;
+
+// The bits of a double: (-1)^negative * mantissa * 2^exponent.
+constexpr int kMantissaBits = 52;
+constexpr int kExponentBias = 1023;
+struct DoubleParts {
+    bool negative;
+    unsigned long mantissa;
+    int exponent;
+};
+// Of a normal one.
+DoubleParts partsOf(double value) {
+    unsigned long bits = 0;
+    std::memcpy(&bits, &value, sizeof(bits));
+    constexpr unsigned long kHidden = 1UL << kMantissaBits;
+    const auto biased = static_cast<int>(bits >> kMantissaBits & 0x7FF);
+    return {bits >> 63 != 0, (bits & (kHidden - 1)) | kHidden, biased - kExponentBias - kMantissaBits};
+}
+
+// value * 10^power, rounded to an integer, halves to even ones; exact. The value is 2^-75 to 2^52.
+unsigned long scaled(const DoubleParts& parts, unsigned int power) {
+    const Wide product = Wide{parts.mantissa} * kPowersOfTen.values[power];
+    const Wide unit = Wide{1} << -parts.exponent;
+    const Wide fraction = product & (unit - 1);
+    const auto whole = static_cast<unsigned long>(product >> -parts.exponent);
+    const bool isUp = fraction > unit / 2 || (fraction == unit / 2 && whole % 2 != 0);
+    return whole + (isUp ? 1 : 0);
+}
+
+// Drops zeros from the end of a fraction that is not 0; `count` is the number of its digits.
+void dropZeros(unsigned long& fraction, unsigned int& count) {
+    for (const unsigned int zeros : {8U, 4U, 2U, 1U}) {
+        if (fraction % kPowersOfTen.values[zeros] == 0) {
+            fraction /= kPowersOfTen.values[zeros];
+            count -= zeros;
+        }
+    }
+}
+
+// "%.15G" of numbers that need no exponent, by exact integers; 0 for others.
+std::size_t formatUsual(double value, wchar_t (&buffer)[kDoubleRoom]) {
+    const double magnitude = std::fabs(value);
+    if (!(magnitude >= 0.0001 && magnitude < 999999999999999.0)) {
+        return 0;
+    }
+    // Fifteen digits: behind the point there are as many more as zeros come first, and as many less as
+    // stand before it. No double lies between a power of ten below 1 and the constant for it.
+    constexpr unsigned int kDigits = 15;
+    unsigned int behind = kDigits;
+    if (magnitude < 1) {
+        behind += (magnitude < 0.1 ? 1U : 0U) + (magnitude < 0.01 ? 1U : 0U) + (magnitude < 0.001 ? 1U : 0U);
+    } else {
+        behind -= digitCount(static_cast<unsigned long>(magnitude));
+    }
+    const DoubleParts parts = partsOf(value);
+    const unsigned long digits = scaled(parts, behind);
+    const unsigned long whole = digits / kPowersOfTen.values[behind];
+    unsigned long fraction = digits % kPowersOfTen.values[behind];
+
+    wchar_t* out = buffer;
+    *out = L'-';
+    out += parts.negative ? 1 : 0;
+    const unsigned int before = digitCount(whole);
+    writeDigitsBefore(out += before, before, whole);
+    if (fraction != 0) {
+        dropZeros(fraction, behind);
+        *out++ = decimalPoint();
+        writeDigitsBefore(out += behind, behind, fraction);
+    }
+    return static_cast<std::size_t>(out - buffer);
+}
 
 // "%.15G": std::to_chars gives the same digits; the locale gives the decimal point.
 std::size_t formatDouble(double value, wchar_t (&buffer)[kDoubleRoom]) {
     if (!roundsToNearest()) {
         return static_cast<std::size_t>(std::swprintf(buffer, kDoubleRoom, L"%.15G", value));
     }
+    if (const std::size_t length = formatUsual(value, buffer)) {
+        return length;
+    }
     char narrow[64];
     const char* const end =
         std::to_chars(narrow, std::end(narrow), value, std::chars_format::general, 15).ptr;
-    const char* const radix = ::nl_langinfo(RADIXCHAR);
     wchar_t* out = buffer;
     for (const char* p = narrow; p != end; ++p) {
-        if (*p == '.' && !isPlainRadix(radix)) {
-            std::mbstate_t state{};
-            wchar_t wide = L'.';
-            std::mbrtowc(&wide, radix, std::strlen(radix), &state);
-            *out++ = wide;
+        if (*p == '.') {
+            *out++ = decimalPoint();
         } else {
             *out++ = *p >= 'a' && *p <= 'z' ? static_cast<wchar_t>(*p - 'a' + 'A') : static_cast<wchar_t>(*p);
         }
@@ -101,7 +235,6 @@ std::size_t formatDouble(double value, wchar_t (&buffer)[kDoubleRoom]) {
 
 // ---- From text --------------------------------------------------------------------------------------------
 
-bool isDigit(wchar_t c) { return c >= L'0' && c <= L'9'; }
 bool isAsciiBlank(wchar_t c) { return c == L' ' || (c >= L'\t' && c <= L'\r'); }
 
 const wchar_t* skipAsciiBlanks(const wchar_t* p) {
@@ -111,60 +244,113 @@ const wchar_t* skipAsciiBlanks(const wchar_t* p) {
     return p;
 }
 
+unsigned int digitOf(wchar_t c) { return static_cast<unsigned int>(c - L'0'); } // above 9 for others
+
+// Reads the digits at `p`; returns their end. No more than kMostDigits can be taken in without an overflow.
+constexpr std::ptrdiff_t kMostDigits = 19;
+const wchar_t* readDigits(const wchar_t* p, unsigned long& value) {
+    // In pairs: each product waits for the one before.
+    for (unsigned int first; (first = digitOf(*p)) < 10; p += 2) {
+        const unsigned int second = digitOf(p[1]);
+        if (second >= 10) {
+            value = value * 10 + first;
+            return p + 1;
+        }
+        value = value * 100 + (first * 10 + second);
+    }
+    return p;
+}
+
 // A number in ASCII that fits into 64 bits needs no scanner: false for anything else.
 bool readInteger(const wchar_t* text, long& value) {
-    constexpr std::ptrdiff_t kMostDigits = 19; // none of as many overflows the unsigned magnitude
     const wchar_t* p = skipAsciiBlanks(text);
-    const bool negative = *p == L'-';
+    const bool isNegative = *p == L'-';
     if (*p == L'-' || *p == L'+') {
         ++p;
     }
-    const wchar_t* const digits = p;
     unsigned long magnitude = 0;
-    for (; isDigit(*p) && p - digits < kMostDigits; ++p) {
-        magnitude = magnitude * 10 + static_cast<unsigned long>(*p - L'0');
-    }
-    if (p == digits || isDigit(*p) ||
+    const std::ptrdiff_t count = readDigits(p, magnitude) - p;
+    if (count == 0 || count > kMostDigits ||
         magnitude > static_cast<unsigned long>(std::numeric_limits<long>::max())) {
         return false;
     }
-    value = negative ? -static_cast<long>(magnitude) : static_cast<long>(magnitude);
+    value = isNegative ? -static_cast<long>(magnitude) : static_cast<long>(magnitude);
     return true;
 }
 
-// The same for a plain decimal number that ends the text, or that a blank follows; so "0x", "nan(1)" and the
-// like are left to the scanner, and every number when the locale's decimal point is not ".".
+bool endsNumber(wchar_t c) { return c == L'\0' || isAsciiBlank(c); }
+
+// A number of no more digits than make an integer; `p` stands behind the sign.
+bool readShort(const wchar_t* p, bool isNegative, double& value) {
+    unsigned long digits = 0;
+    const wchar_t* const whole = p;
+    p = readDigits(p, digits);
+    std::ptrdiff_t count = p - whole;
+    std::ptrdiff_t power = 0;
+    if (*p == L'.') {
+        const wchar_t* const fraction = ++p;
+        p = readDigits(p, digits);
+        power = fraction - p;
+        count -= power;
+    }
+    if (count == 0 || count > kMostDigits) {
+        return false;
+    }
+    if (*p == L'e' || *p == L'E') {
+        const bool isInverse = *++p == L'-';
+        if (*p == L'-' || *p == L'+') {
+            ++p;
+        }
+        const wchar_t* const first = p;
+        unsigned long exponent = 0;
+        p = readDigits(p, exponent);
+        if (p == first || p - first > 4) {
+            return false;
+        }
+        power += isInverse ? -static_cast<std::ptrdiff_t>(exponent) : static_cast<std::ptrdiff_t>(exponent);
+    }
+    double magnitude = 0;
+    if (!endsNumber(*p) || !sup::kernels::decimalToDouble(digits, static_cast<int>(power), magnitude)) {
+        return false;
+    }
+    value = isNegative ? -magnitude : magnitude;
+    return true;
+}
+bool readShort(const wchar_t*, bool, float&) { return false; } // a double would be rounded twice
+
+// Plain decimal numbers that end the text, or that a blank follows, need no scanner; so "0x", "nan(1)" and
+// the like are left to it, and every number when the locale's decimal point is not ".".
 template <class Float>
-bool readShortFloat(const wchar_t* text, Float& value) {
+bool readFloat(const String& text, Float& value) {
     if (!isPlainRadix(::nl_langinfo(RADIXCHAR)) || !roundsToNearest()) {
         return false;
     }
-    const wchar_t* p = skipAsciiBlanks(text);
-    if (*p == L'+') { // std::from_chars takes no plus sign
+    const wchar_t* p = skipAsciiBlanks(text.c_str());
+    const bool isNegative = *p == L'-';
+    if (*p == L'-' || *p == L'+') {
         ++p;
-        if (*p == L'-') {
-            return false;
-        }
     }
-    char narrow[48];
-    char* end = narrow;
-    for (; isDigit(*p) || *p == L'.' || *p == L'e' || *p == L'E' || *p == L'-' || *p == L'+'; ++p) {
-        if (end == std::end(narrow)) {
-            return false;
-        }
-        *end++ = static_cast<char>(*p);
-    }
-    if (*p != L'\0' && !isAsciiBlank(*p)) {
+    if (*p != L'.' && digitOf(*p) >= 10) { // "inf" and "nan"
         return false;
     }
-    const std::from_chars_result result = std::from_chars(narrow, end, value);
-    return result.ec == std::errc() && result.ptr == end;
+    if (readShort(p, isNegative, value)) {
+        return true;
+    }
+    char narrow[48];
+    const std::size_t length = sup::kernels::kernels().narrowFitting(
+        p, std::min(static_cast<std::size_t>(text.end() - p), sizeof(narrow)), narrow);
+    const std::from_chars_result result = std::from_chars(narrow, narrow + length, value);
+    if (result.ec != std::errc() || !endsNumber(p[result.ptr - narrow])) {
+        return false;
+    }
+    value = isNegative ? -value : value;
+    return true;
 }
 
 template <class Float>
 Float floatFrom(const String& text, const wchar_t* format) {
     Float value = 0;
-    if (!readShortFloat(text.c_str(), value)) {
+    if (!readFloat(text, value)) {
         value = 0;
         std::swscanf(text.c_str(), format, &value);
     }

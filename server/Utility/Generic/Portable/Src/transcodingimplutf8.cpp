@@ -166,12 +166,21 @@ bool TranscoderImplUTF8::isUnicodeCompletelyRepresentable() const { return true;
 
 auto TranscoderImplUTF8::S_multibyteToUnicode(const char* src, size_type srcLen, wide_char* dst,
                                               size_type dstLen) -> size_type {
+    if (srcLen <= dstLen) { // a unit a byte always fits, and what the end cuts is dropped
+        return static_cast<std::size_t>(kernels::kernels().decodeUtf8(src, src + srcLen, dst).dst - dst);
+    }
     Decoder::State state;
     return ktN2WUtf8er.encode(src, srcLen, dst, dstLen, state);
 }
 
 auto TranscoderImplUTF8::S_unicodeToMultibyte(const wide_char* src, size_type srcLen, char* dst,
                                               size_type dstLen) -> size_type {
+    if (srcLen <= dstLen / 3) { // three bytes a unit fit; seldom is there a unit that needs four
+        const kernels::EncodeProgress at = kernels::kernels().encodeUtf8(src, src + srcLen, dst);
+        if (at.src == src + srcLen) {
+            return static_cast<std::size_t>(at.dst - dst);
+        }
+    }
     Encoder::State state;
     return ktW2NUtf8er.encode(src, srcLen, dst, dstLen, state);
 }

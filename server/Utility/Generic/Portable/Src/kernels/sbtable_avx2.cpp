@@ -1,5 +1,6 @@
 // The single-byte loops of processors with AVX2: 64 characters a step, looked up by byte shuffles, one for
-// each row of 16. The last step takes the last 64 characters, some of them again.
+// each row of 16; the few that are beyond the identity in a block one by one. The last step takes the last 64
+// characters, some of them again.
 #include "kernels/sbtable.h"
 
 #include <algorithm>
@@ -16,8 +17,11 @@ namespace {
 
 constexpr std::size_t kBlock = 64;
 constexpr std::size_t kHalf = 32;
-// Blocks with characters beyond the identity seldom come alone: so many are looked up unasked.
+// Blocks with many characters beyond the identity seldom come alone: so many are looked up unasked.
 constexpr std::size_t kUnasked = 2 * kBlock;
+// So many, and no more, are looked up faster one by one; and in such groups.
+constexpr unsigned int kFew = 12;
+constexpr unsigned int kGroup = 4;
 
 BRIM_AVX2 inline __m256i load32(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
 BRIM_AVX2 inline void store32(void* p, __m256i v) { _mm256_storeu_si256(static_cast<__m256i*>(p), v); }
@@ -92,16 +96,31 @@ BRIM_AVX2 inline void decodeBlock(const SingleByteDecoding& table, __m256i large
                dst + kHalf);
 }
 
-// Does nothing when not all bytes are of the identity part.
-BRIM_AVX2 inline bool decodeIdentity(__m256i largestIdentity, const char* src, wchar_t* dst) {
-    const __m256i zero = _mm256_setzero_si256();
-    const Halves bytes = {loadBytes(src), loadBytes(src + kHalf)};
-    if (!isZero(_mm256_subs_epu8(_mm256_max_epu8(bytes.first, bytes.second), largestIdentity))) {
-        return false;
+// A bit for each of 64 bytes that is not of the identity part.
+BRIM_AVX2 inline std::uint32_t identityAmong32(__m256i largestIdentity, const char* src) {
+    const __m256i excess = _mm256_subs_epu8(load32(src), largestIdentity);
+    return static_cast<std::uint32_t>(
+        _mm256_movemask_epi8(_mm256_cmpeq_epi8(excess, _mm256_setzero_si256())));
+}
+BRIM_AVX2 inline std::uint64_t beyondIdentity(__m256i largestIdentity, const char* src) {
+    const std::uint64_t first = identityAmong32(largestIdentity, src);
+    const std::uint64_t second = identityAmong32(largestIdentity, src + kHalf);
+    return ~(first | second << kHalf);
+}
+
+// Decodes 64 bytes, of which those in `beyond` are looked up.
+BRIM_AVX2 inline void decodeFew(const wchar_t* units, std::uint64_t beyond, const char* src, wchar_t* dst) {
+    for (std::size_t i = 0; i < kBlock; i += 8) {
+        store32(dst + i, _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(src + i))));
     }
-    storeUnits(bytes.first, zero, dst);
-    storeUnits(bytes.second, zero, dst + kHalf);
-    return true;
+    while (beyond != 0) {
+        for (unsigned int i = 0; i < kGroup; ++i) {
+            // Without one left, the first byte again: the table has the identity too.
+            const std::size_t at = _tzcnt_u64(beyond) % kBlock;
+            dst[at] = units[static_cast<unsigned char>(src[at])];
+            beyond = _blsr_u64(beyond);
+        }
+    }
 }
 
 // ---- Encoding ---------------------------------------------------------------------------------------------
@@ -180,7 +199,9 @@ BRIM_AVX2 void decodeSingleByteAvx2(const SingleByteDecoding& table, const char*
     const __m256i largestIdentity = _mm256_set1_epi8(static_cast<char>(table.identityLimit - 1));
     const std::size_t last = length - kBlock;
     for (std::size_t done = 0; done < last;) {
-        if (decodeIdentity(largestIdentity, src + done, dst + done)) {
+        const std::uint64_t beyond = beyondIdentity(largestIdentity, src + done);
+        if (_mm_popcnt_u64(beyond) <= kFew) {
+            decodeFew(table.units, beyond, src + done, dst + done);
             done += kBlock;
             continue;
         }

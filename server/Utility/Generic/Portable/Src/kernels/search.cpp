@@ -14,8 +14,7 @@ namespace sup::kernels {
 
 namespace {
 
-// ---- Places where a few characters of the pattern stand
-// ----------------------------------------------------
+// ---- Where a few characters of the pattern stand ----------------------------------------------------------
 
 // Three characters of a pattern, by their places in it.
 class Probe {
@@ -272,7 +271,107 @@ std::size_t firstDifference(const wchar_t* a, const wchar_t* b, std::size_t n) {
     return i;
 }
 
-// While the first character of the pattern is rare, the C library looks for it at the speed of memory.
+// ---- Single characters ------------------------------------------------------------------------------------
+
+BRIM_AVX512 inline __mmask16 firstLanes(std::size_t count) {
+    return static_cast<__mmask16>(_bzhi_u32(0xFFFF, static_cast<unsigned int>(count)));
+}
+BRIM_AVX512 inline std::uint64_t placesOf(__m512i c, const wchar_t* p) {
+    return _mm512_cmpeq_epi32_mask(_mm512_loadu_si512(p), c);
+}
+
+// Blocks of 64 characters, aligned from the second one on, which overlaps the first; then the rest by masks.
+BRIM_AVX512 std::size_t findCharacterAvx512(const wchar_t* text, std::size_t n, wchar_t wanted) {
+    const __m512i c = _mm512_set1_epi32(wanted);
+    std::size_t at = 0;
+    for (std::size_t step = Lanes16::toAligned(text); n - at >= Lanes16::kBlock;
+         at += step, step = Lanes16::kBlock) {
+        const wchar_t* const p = text + at;
+        const std::uint64_t first = placesOf(c, p);
+        const std::uint64_t second = placesOf(c, p + 16);
+        const std::uint64_t third = placesOf(c, p + 32);
+        const std::uint64_t fourth = placesOf(c, p + 48);
+        if ((first | second | third | fourth) != 0) {
+            return at + lowestBit(first | second << 16 | third << 32 | fourth << 48);
+        }
+    }
+    for (; at < n; at += 16) {
+        const __mmask16 lanes = firstLanes(std::min<std::size_t>(n - at, 16));
+        const unsigned int places =
+            _mm512_mask_cmpeq_epi32_mask(lanes, _mm512_maskz_loadu_epi32(lanes, text + at), c);
+        if (places != 0) {
+            return at + lowestBit(places);
+        }
+    }
+    return n;
+}
+
+// The C library's is as fast on short texts, and not made for the widest registers.
+std::size_t findCharacter(const wchar_t* text, std::size_t n, wchar_t c) {
+    constexpr std::size_t kLong = 512;
+    if (n >= kLong && kernels().level == Level::avx512) {
+        return findCharacterAvx512(text, n, c);
+    }
+    const wchar_t* const found = std::wmemchr(text, c, n);
+    return found == nullptr ? n : static_cast<std::size_t>(found - text);
+}
+
+// ---- Short texts ------------------------------------------------------------------------------------------
+
+constexpr std::size_t kShortText = 128;
+constexpr std::size_t kShortPattern = 16;
+
+BRIM_AVX512 inline bool fitsShortAvx512(const wchar_t* text, const wchar_t* pattern, __mmask16 lanes) {
+    return _mm512_mask_cmpneq_epi32_mask(lanes, _mm512_maskz_loadu_epi32(lanes, text),
+                                         _mm512_maskz_loadu_epi32(lanes, pattern)) == 0;
+}
+
+// The first of the places whose bits are set where the pattern fits.
+BRIM_AVX512 inline std::size_t firstFitAvx512(const wchar_t* text, unsigned int ends, const wchar_t* pattern,
+                                              std::size_t m, std::size_t otherwise) {
+    for (; ends != 0; ends &= ends - 1) {
+        const std::size_t place = _tzcnt_u32(ends);
+        if (fitsShortAvx512(text + place, pattern, firstLanes(m))) {
+            return place;
+        }
+    }
+    return otherwise;
+}
+
+// Looks for the first and the last character of the pattern at 16 places at once, and compares the whole
+// where both are. The last 16 places may overlap those before.
+BRIM_AVX512 std::size_t findShortAvx512(const wchar_t* text, std::size_t n, const wchar_t* pattern,
+                                        std::size_t m) {
+    constexpr std::size_t kLanes = 16;
+    const __m512i first = _mm512_set1_epi32(pattern[0]);
+    const __m512i last = _mm512_set1_epi32(pattern[m - 1]);
+    const std::size_t places = n - m + 1;
+    if (places < kLanes) {
+        const __mmask16 lanes = firstLanes(places);
+        const __m512i begins = _mm512_maskz_loadu_epi32(lanes, text);
+        const __m512i ends = _mm512_maskz_loadu_epi32(lanes, text + m - 1);
+        const __mmask16 both =
+            _mm512_mask_cmpeq_epi32_mask(_mm512_mask_cmpeq_epi32_mask(lanes, begins, first), ends, last);
+        return firstFitAvx512(text, both, pattern, m, n);
+    }
+    const std::size_t lastBlock = places - kLanes;
+    for (std::size_t at = 0;; at = std::min(at + kLanes, lastBlock)) {
+        const wchar_t* const p = text + at;
+        const __mmask16 begins = _mm512_cmpeq_epi32_mask(_mm512_loadu_si512(p), first);
+        const __mmask16 both = _mm512_mask_cmpeq_epi32_mask(begins, _mm512_loadu_si512(p + m - 1), last);
+        if (both != 0) {
+            const std::size_t fit = firstFitAvx512(p, both, pattern, m, kLanes);
+            if (fit != kLanes) {
+                return at + fit;
+            }
+        }
+        if (at == lastBlock) {
+            return n;
+        }
+    }
+}
+
+// While the first character of the pattern is rare, one look at each character is enough.
 // Returns the place from which on to look further: a match when `found`, `places` when there is none.
 constexpr std::size_t kSample = 64;
 constexpr std::size_t kRareDistance = 128;
@@ -286,12 +385,11 @@ std::size_t findByFirstCharacter(const wchar_t* text, std::size_t places, const 
     const std::size_t freeHits = isLong ? 4 : 1;
     std::size_t at = isLong ? kSample : 0;
     for (std::size_t hits = 0; at < places && hits * distance <= at + freeHits * distance; ++hits) {
-        const wchar_t* const hit = std::wmemchr(text + at, *pattern, places - at);
-        if (hit == nullptr) {
+        const std::size_t place = at + findCharacter(text + at, places - at, *pattern);
+        if (place == places) {
             return places;
         }
-        const auto place = static_cast<std::size_t>(hit - text);
-        if (hit[m - 1] == pattern[m - 1] && std::wmemcmp(hit, pattern, m) == 0) {
+        if (text[place + m - 1] == pattern[m - 1] && std::wmemcmp(text + place, pattern, m) == 0) {
             found = true;
             return place;
         }
@@ -367,14 +465,9 @@ Borders::Borders(const wchar_t* pattern, std::size_t m) : m_pattern(pattern), m_
     }
 }
 
-std::size_t findText(const wchar_t* text, std::size_t n, const wchar_t* pattern, std::size_t m) noexcept {
-    if (m > n) {
-        return n;
-    }
-    if (m == 1) {
-        const wchar_t* const found = std::wmemchr(text, *pattern, n);
-        return found == nullptr ? n : static_cast<std::size_t>(found - text);
-    }
+// Apart, so that short searches do not pay for its registers.
+[[gnu::noinline]] static std::size_t findInLongText(const wchar_t* text, std::size_t n,
+                                                    const wchar_t* pattern, std::size_t m) noexcept {
     const std::size_t places = n - m + 1;
     bool found = false;
     const std::size_t at = findByFirstCharacter(text, places, pattern, m, found);
@@ -390,6 +483,19 @@ std::size_t findText(const wchar_t* text, std::size_t n, const wchar_t* pattern,
         break;
     }
     return findByProbes<nextPlacePlain>(text, at, n, pattern, m);
+}
+
+std::size_t findText(const wchar_t* text, std::size_t n, const wchar_t* pattern, std::size_t m) noexcept {
+    if (m > n) {
+        return n;
+    }
+    if (m == 1) {
+        return findCharacter(text, n, *pattern);
+    }
+    if (n - m < kShortText && m <= kShortPattern && kernels().level == Level::avx512) {
+        return findShortAvx512(text, n, pattern, m);
+    }
+    return findInLongText(text, n, pattern, m);
 }
 
 std::size_t findTextBeforeZero(const wchar_t* text, std::size_t n, const wchar_t* pattern,

@@ -1,6 +1,7 @@
 // The level of processors with AVX-512 VBMI2. The decoder takes blocks of 64 bytes at a fixed stride: it
 // makes the unit of every byte that may end a character, from that byte and the two before, and compresses
 // the units of those that do. The encoder spreads every unit over four bytes and compresses those that count.
+#include "kernels/units_avx512.h"
 #include "kernels/utf8_runs.h"
 
 #include <cstdint>
@@ -10,9 +11,6 @@
 #    pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #    pragma GCC diagnostic ignored "-Wuninitialized"
 #endif
-
-#define BRIM_AVX512                                                                                          \
-    __attribute__((target("avx512f,avx512bw,avx512vl,avx512dq,avx512vbmi,avx512vbmi2,bmi,bmi2,popcnt,prfchw")))
 
 namespace sup::kernels {
 
@@ -36,9 +34,11 @@ constexpr Interleave kInterleave;
 
 BRIM_AVX512 inline __m512i words(unsigned int value) { return _mm512_set1_epi32(static_cast<int>(value)); }
 BRIM_AVX512 inline __m512i bytes(int value) { return _mm512_set1_epi8(static_cast<char>(value)); }
-BRIM_AVX512 inline void store16(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
 BRIM_AVX512 inline std::uint64_t from(__m512i limit, __m512i block) {
     return _mm512_cmpge_epu8_mask(block, limit);
+}
+BRIM_AVX512 inline unsigned int maskOf(__m128i block) {
+    return static_cast<unsigned int>(_mm_movemask_epi8(block));
 }
 BRIM_AVX512 inline unsigned int countBits(std::uint64_t bits) {
     return static_cast<unsigned int>(_mm_popcnt_u64(bits));
@@ -50,25 +50,65 @@ BRIM_AVX512 inline __m512i select(__m512i mask, __m512i one, __m512i other) {
     return _mm512_ternarylogic_epi32(mask, one, other, 0xCA);
 }
 
-// Constants that stay in registers: the compiler would make them anew for every block.
-BRIM_AVX512 inline __m512i held(__m512i constant) {
-    asm("" : "+v"(constant));
-    return constant;
-}
-BRIM_AVX512 inline __mmask64 held(__mmask64 constant) {
-    asm("" : "+k"(constant));
-    return constant;
-}
-struct Constants {
-    BRIM_AVX512 Constants() {}
-    __m512i b0F = held(bytes(0x0F));
-    __m512i bA0 = held(bytes(0xA0));
-    __m512i bC0 = held(bytes(0xC0));
-    __m512i bC2 = held(bytes(0xC2));
-    __m512i bE0 = held(bytes(0xE0));
-    __m512i bF0 = held(bytes(0xF0));
-    __mmask64 lowerHalves = held(__mmask64{0x3333333333333333}); // of the units
+// The bytes that blocks are compared with and masked by, a register of each. They come from memory, out of
+// the compiler's sight: it would make each of them anew for every block, at the price of a permutation.
+struct Repeated {
+    static constexpr unsigned char kValues[] = {0x0F, 0xA0, 0xBF, 0xC0, 0xC2, 0xDF, 0xE0, 0xEF, 0xF0, 0xFE};
+    static constexpr std::size_t kCount = sizeof(kValues);
+    alignas(64) unsigned char bytes[kCount][64];
+    constexpr Repeated() : bytes() {
+        for (std::size_t row = 0; row < kCount; ++row) {
+            for (unsigned char& byte : bytes[row]) {
+                byte = kValues[row];
+            }
+        }
+    }
+    /// Where the row of `value` begins.
+    static constexpr std::size_t placeOf(unsigned char value) {
+        std::size_t row = 0;
+        while (kValues[row] != value) {
+            ++row;
+        }
+        return 64 * row;
+    }
 };
+constexpr Repeated kRepeated;
+
+// The rows in memory.
+class RepeatedRows {
+public:
+    RepeatedRows() : m_rows(kRepeated.bytes[0]) { asm("" : "+r"(m_rows)); }
+    template <unsigned char kValue>
+    BRIM_AVX512 __m512i get() const {
+        constexpr std::size_t kPlace = Repeated::placeOf(kValue);
+        return _mm512_load_si512(m_rows + kPlace);
+    }
+    template <unsigned char kValue>
+    BRIM_AVX512 __m128i get16() const {
+        constexpr std::size_t kPlace = Repeated::placeOf(kValue);
+        return _mm_load_si128(reinterpret_cast<const __m128i*>(m_rows + kPlace));
+    }
+
+private:
+    const unsigned char* m_rows;
+};
+
+struct Constants {
+    __m512i b0F;
+    __m512i bA0;
+    __m512i bC0;
+    __m512i bC2;
+    __m512i bE0;
+    __m512i bF0;
+    __mmask64 lowerHalves; // of the units
+};
+BRIM_AVX512 inline Constants loadConstants() {
+    const RepeatedRows rows;
+    __mmask64 lowerHalves = 0x3333333333333333;
+    asm("" : "+k"(lowerHalves));
+    return {rows.get<0x0F>(), rows.get<0xA0>(), rows.get<0xC0>(), rows.get<0xC2>(),
+            rows.get<0xE0>(), rows.get<0xF0>(), lowerHalves};
+}
 
 // ---- The decoder ------------------------------------------------------------------------------------------
 
@@ -79,13 +119,13 @@ struct Bytes {
     __m512i two;
 };
 
-// The places one and two before each of a block.
+// The places one and two before each of a block, from 64 on for what is not there.
 struct Behind {
     alignas(64) unsigned char bytes[2][64];
     constexpr Behind() : bytes() {
         for (unsigned int distance = 1; distance <= 2; ++distance) {
-            for (unsigned int i = distance; i < 64; ++i) {
-                bytes[distance - 1][i] = static_cast<unsigned char>(i - distance);
+            for (unsigned int i = 0; i < 64; ++i) {
+                bytes[distance - 1][i] = static_cast<unsigned char>(i < distance ? 64 : i - distance);
             }
         }
     }
@@ -99,10 +139,9 @@ BRIM_AVX512 inline void putBehind(Bytes& block, const char* src, const char* fir
         block.one = _mm512_maskz_loadu_epi8(present, src - 1);
         block.two = _mm512_maskz_loadu_epi8(present, src - 2);
     } else {
-        block.one =
-            _mm512_maskz_permutexvar_epi8(~std::uint64_t{1}, _mm512_load_si512(kBehind.bytes[0]), block.at);
-        block.two =
-            _mm512_maskz_permutexvar_epi8(~std::uint64_t{3}, _mm512_load_si512(kBehind.bytes[1]), block.at);
+        const __m512i nothing = _mm512_setzero_si512();
+        block.one = _mm512_permutex2var_epi8(block.at, _mm512_load_si512(kBehind.bytes[0]), nothing);
+        block.two = _mm512_permutex2var_epi8(block.at, _mm512_load_si512(kBehind.bytes[1]), nothing);
     }
 }
 
@@ -207,6 +246,14 @@ BRIM_AVX512 inline Decoded decodeBlock(const Constants& constants, const Bytes& 
             countBits(kept)};
 }
 
+// Long destinations are fetched so far ahead.
+inline void fetchForWriting(const wchar_t* dst) {
+    constexpr std::ptrdiff_t kAhead = 512;
+    for (std::ptrdiff_t i = 0; i < 64; i += 16) {
+        __builtin_prefetch(dst + kAhead + i, 1);
+    }
+}
+
 BRIM_AVX512 inline void widen64(const char* src, wchar_t* dst) {
     for (std::ptrdiff_t i = 0; i < 64; i += 16) {
         const __m128i part = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i));
@@ -232,19 +279,37 @@ BRIM_AVX512 inline wchar_t* storeExactly(const Constants& constants, const Decod
     return dst + block.count;
 }
 
-// How far the vector loop came, and whether the byte there should continue a character.
-struct Stop {
-    DecodeProgress at;
-    bool within;
-};
+// Where a vector loop stops, at the start of a character. `within`: the byte at `at` should continue one.
+inline DecodeProgress stopAt(const DecodeProgress& at, bool within) { return within ? takeBack(at) : at; }
+
+// Decodes the last bytes, fewer than 64 of them, or up to the first place where the rules must be asked.
+// `first` is where the text begins, `before` what the block before has left. Reads and writes through masks,
+// so nothing beyond either end is touched.
+BRIM_AVX512 inline __attribute__((always_inline)) DecodeProgress
+decodePart(const Constants& constants, __m512i bytesAt, std::uint64_t nonAscii, const Carried& before,
+           const DecodeProgress& at, const char* first, const char* end) {
+    const auto present = static_cast<unsigned int>(end - at.src);
+    Bytes block;
+    block.at = bytesAt;
+    putBehind(block, at.src, first, firstBits(present));
+    Sequences s = classify(constants, block, nonAscii, before);
+    if ((s.fourLeads | before.fours) != 0) {
+        s.wrong |= wrongFours(block);
+    }
+    // Where the bytes end: a byte that is not there is wrong too.
+    const auto length = static_cast<unsigned int>(_tzcnt_u64(s.wrong | ~firstBits(present)));
+    wchar_t* const dst = storeExactly(constants, decodeBlock(constants, block, s, before, length), at.dst);
+    return stopAt({at.src + length, dst}, (s.expected >> length & 1U) != 0);
+}
 
 // Decodes from the start of a character until the end or the first place where the rules must be asked.
-BRIM_AVX512 inline Stop decodeUntilWrong(const char* src, const char* end, wchar_t* dst) {
+BRIM_AVX512 __attribute__((noinline)) DecodeProgress decodeUntilWrong(const char* src, const char* end,
+                                                                      wchar_t* dst) noexcept {
     // So many blocks after one that is not ASCII are not looked at for being it: that would be a branch which
     // sparse text mispredicts.
     constexpr unsigned int kNotAsked = 4;
     unsigned int notAsked = 0;
-    const Constants constants;
+    const Constants constants = loadConstants();
     Carried before;
     DecodeProgress at{src, dst};
     while (end - at.src >= 64) {
@@ -252,13 +317,10 @@ BRIM_AVX512 inline Stop decodeUntilWrong(const char* src, const char* end, wchar
         block.at = _mm512_loadu_si512(at.src);
         const std::uint64_t nonAscii = _mm512_movepi8_mask(block.at);
         if (notAsked == 0 && nonAscii == 0) {
-            for (std::ptrdiff_t i = 0; i < 64; i += 16) {
-                __builtin_prefetch(at.dst + 1024 + i, 1);
-            }
+            fetchForWriting(at.dst);
             widen64(at.src, at.dst);
             // As far as the next cache line of the destination: whoever comes here again, stores aligned.
-            const std::ptrdiff_t aligned =
-                64 - static_cast<std::ptrdiff_t>(reinterpret_cast<std::uintptr_t>(at.dst) / 4 % 16);
+            const std::ptrdiff_t aligned = unitsToLine(at.dst) + 48;
             at.src += aligned;
             at.dst += aligned;
             continue;
@@ -271,66 +333,172 @@ BRIM_AVX512 inline Stop decodeUntilWrong(const char* src, const char* end, wchar
         }
         if (s.wrong != 0) {
             const auto length = static_cast<unsigned int>(_tzcnt_u64(s.wrong));
-            return {{at.src + length,
-                     storeBlock(constants, decodeBlock(constants, block, s, before, length), at.dst)},
-                    (s.expected >> length & 1U) != 0};
+            at.dst = storeBlock(constants, decodeBlock(constants, block, s, before, length), at.dst);
+            return stopAt({at.src + length, at.dst}, (s.expected >> length & 1U) != 0);
         }
         at.dst = storeBlock(constants, decodeBlock(constants, block, s, before, 64), at.dst);
         at.src += 64;
         before = s.carried;
     }
     if (at.src == end) {
-        return {at, before.expected != 0};
+        return stopAt(at, before.expected != 0);
     }
-    auto length = static_cast<unsigned int>(end - at.src);
-    Bytes block;
-    block.at = _mm512_maskz_loadu_epi8(firstBits(length), at.src);
-    putBehind(block, at.src, src, firstBits(length));
-    Sequences s = classify(constants, block, _mm512_movepi8_mask(block.at), before);
-    if ((s.fourLeads | before.fours) != 0) {
-        s.wrong |= wrongFours(block);
-    }
-    const std::uint64_t wrong = _bzhi_u64(s.wrong, length);
-    length = wrong != 0 ? static_cast<unsigned int>(_tzcnt_u64(wrong)) : length;
-    return {
-        {at.src + length, storeExactly(constants, decodeBlock(constants, block, s, before, length), at.dst)},
-        (s.expected >> length & 1U) != 0};
+    const __m512i rest = _mm512_maskz_loadu_epi8(firstBits(static_cast<unsigned int>(end - at.src)), at.src);
+    return decodePart(constants, rest, _mm512_movepi8_mask(rest), before, at, src, end);
 }
 
-// Short texts are mostly ASCII.
-BRIM_AVX512 inline void widenAscii16(DecodeProgress& at, const char* end) {
-    while (end - at.src >= 16) {
-        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at.src));
-        if (_mm_movemask_epi8(block) != 0) {
-            break;
-        }
-        _mm512_storeu_si512(at.dst, _mm512_cvtepu8_epi32(block));
-        at.src += 16;
-        at.dst += 16;
+// Goes on from a stop before the end of a text that began at `start`.
+BRIM_AVX512 __attribute__((noinline)) DecodeProgress decodeAfter(DecodeProgress at, const char* start,
+                                                                 const char* end) noexcept {
+    while (at.src != end && decodeDamage(at, start, end) && at.src != end) {
+        start = at.src;
+        at = decodeUntilWrong(at.src, end, at.dst);
     }
+    return at;
+}
+
+// Fewer than 64 bytes.
+BRIM_AVX512 inline void widenPart(__m512i block, unsigned int length, wchar_t* dst) {
+    const std::uint64_t present = firstBits(length);
+    _mm512_mask_storeu_epi32(dst, static_cast<__mmask16>(present),
+                             _mm512_cvtepu8_epi32(_mm512_castsi512_si128(block)));
+    if (length > 16) {
+        _mm512_mask_storeu_epi32(dst + 16, static_cast<__mmask16>(present >> 16),
+                                 _mm512_cvtepu8_epi32(_mm512_extracti32x4_epi32(block, 1)));
+    }
+    if (length > 32) {
+        _mm512_mask_storeu_epi32(dst + 32, static_cast<__mmask16>(present >> 32),
+                                 _mm512_cvtepu8_epi32(_mm512_extracti32x4_epi32(block, 2)));
+        _mm512_mask_storeu_epi32(dst + 48, static_cast<__mmask16>(present >> 48),
+                                 _mm512_cvtepu8_epi32(_mm512_extracti32x4_epi32(block, 3)));
+    }
+}
+
+BRIM_AVX512 __attribute__((noinline)) DecodeProgress decodeUpTo63(const char* src, const char* end,
+                                                                  wchar_t* dst) noexcept {
+    const auto length = static_cast<unsigned int>(end - src);
+    const __m512i block = _mm512_maskz_loadu_epi8(firstBits(length), src);
+    const std::uint64_t nonAscii = _mm512_movepi8_mask(block);
+    if (nonAscii == 0) {
+        widenPart(block, length, dst);
+        return {end, dst + length};
+    }
+    const DecodeProgress at = decodePart(loadConstants(), block, nonAscii, {}, {src, dst}, src, end);
+    return at.src == end ? at : decodeAfter(at, src, end);
+}
+
+// Up to 16 bytes are a matter of few instructions, as long as all is well with them and none of them begins a
+// sequence of four. Null, and nothing written, when that is not so.
+BRIM_AVX512 inline wchar_t* decodeUpTo16(const char* src, unsigned int length, wchar_t* dst) {
+    const RepeatedRows rows;
+    const __m128i at = _mm_maskz_loadu_epi8(static_cast<__mmask16>(firstBits(length)), src);
+    const unsigned int nonAsciiBits = maskOf(at);
+    if (nonAsciiBits == 0) {
+        _mm512_mask_storeu_epi32(dst, static_cast<__mmask16>(firstBits(length)), _mm512_cvtepu8_epi32(at));
+        return dst + length;
+    }
+    const __m128i one = _mm_bslli_si128(at, 1);
+    const __m128i two = _mm_bslli_si128(at, 2);
+    // Signed comparisons: ASCII is above the rest.
+    const unsigned int leads = maskOf(_mm_cmpgt_epi8(at, rows.get16<0xBF>())) & nonAsciiBits;
+    const unsigned int threes = maskOf(_mm_cmpgt_epi8(at, rows.get16<0xDF>())) & nonAsciiBits;
+    const __m128i tooLong = _mm_cmpgt_epi8(at, rows.get16<0xEF>());
+    const __m128i tooSmall = _mm_cmpeq_epi8(_mm_and_si128(at, rows.get16<0xFE>()), rows.get16<0xC0>());
+    const __m128i overlong =
+        _mm_and_si128(_mm_cmpeq_epi8(one, rows.get16<0xE0>()), _mm_cmpgt_epi8(rows.get16<0xA0>(), at));
+    const unsigned int wrong =
+        maskOf(_mm_ternarylogic_epi32(overlong, tooSmall, tooLong, 0xFE)) & nonAsciiBits;
+    const unsigned int next = leads | threes << 1;
+    // A continuation byte that is expected beyond the end is wrong as well.
+    if ((((nonAsciiBits & ~leads) ^ next << 1) | wrong) != 0) {
+        return nullptr;
+    }
+    const __m128i nonAscii = _mm_cmpgt_epi8(_mm_setzero_si128(), at);
+    const __m128i lowBits = _mm_and_si128(nonAscii, rows.get16<0xC0>());
+    const __m128i low = _mm_ternarylogic_epi32(lowBits, _mm_slli_epi16(one, 6), at, 0xCA);
+    const __m128i isThird = _mm_cmpeq_epi8(_mm_max_epu8(two, rows.get16<0xE0>()), two);
+    const __m128i third = _mm_and_si128(isThird, _mm_slli_epi16(two, 4));
+    const __m128i highBits = _mm_ternarylogic_epi32(rows.get16<0x0F>(), _mm_srli_epi16(one, 2), third, 0xCA);
+    const __m128i high = _mm_and_si128(nonAscii, highBits);
+    const __m256i units = _mm256_set_m128i(_mm_unpackhi_epi8(low, high), _mm_unpacklo_epi8(low, high));
+    const std::uint64_t kept = firstBits(length) & ~next;
+    const unsigned int count = countBits(kept);
+    _mm512_mask_storeu_epi32(
+        dst, static_cast<__mmask16>(firstBits(count)),
+        _mm512_cvtepu16_epi32(_mm256_maskz_compress_epi16(static_cast<__mmask16>(kept), units)));
+    return dst + count;
+}
+
+// From 64 bytes on.
+BRIM_AVX512 __attribute__((noinline)) DecodeProgress decodeLong(const char* src, const char* end,
+                                                                wchar_t* dst) noexcept {
+    const DecodeProgress at = decodeUntilWrong(src, end, dst);
+    return at.src == end ? at : decodeAfter(at, src, end);
 }
 
 } // namespace
 
 BRIM_AVX512 DecodeProgress decodeUtf8Avx512(const char* src, const char* end, wchar_t* dst) noexcept {
-    DecodeProgress at{src, dst};
-    if (end - src < 64) {
-        widenAscii16(at, end);
+    if (end - src >= 64) {
+        return decodeLong(src, end, dst);
     }
-    while (at.src != end) {
-        const char* const start = at.src;
-        const Stop stop = decodeUntilWrong(at.src, end, at.dst);
-        at = stop.within ? takeBack(stop.at) : stop.at;
-        if (at.src == end || !decodeDamage(at, start, end)) {
-            break;
+    if (end - src <= 16) {
+        if (wchar_t* const dstEnd = decodeUpTo16(src, static_cast<unsigned int>(end - src), dst)) {
+            return {end, dstEnd};
         }
     }
-    return at;
+    return decodeUpTo63(src, end, dst);
 }
-
 namespace {
 
 // ---- The encoder ------------------------------------------------------------------------------------------
+
+// The constants of the encoder, a register of each, from memory as those of the decoder.
+struct EncoderRows {
+    static constexpr std::uint64_t kValues[] = {
+        0x0000008000000080, // the first unit of two bytes
+        0x0000080000000800, // and that of three
+        0x0000D8000000D800, // the first surrogate
+        // The marks of the bytes of a unit; each has the top bit, so they tell which bytes count. ASCII gets
+        // its byte last.
+        0x8000000080000000, 0x80C0000080C00000, 0x8080E0008080E000,
+        0x3F3F3F3F3F3F3F3F, // what a byte has besides its mark
+        0x3F003F003F003F00, // and the second of two in 16 bits
+        0x80C080C080C080C0, // the marks of these
+        0x20262C3200060C12, // six bits to a byte: those from bit 18, 12, 6 and 0 of each unit
+    };
+    static constexpr std::size_t kCount = sizeof(kValues) / sizeof(kValues[0]);
+    alignas(64) std::uint64_t words[kCount][8];
+    constexpr EncoderRows() : words() {
+        for (std::size_t row = 0; row < kCount; ++row) {
+            for (std::uint64_t& word : words[row]) {
+                word = kValues[row];
+            }
+        }
+    }
+};
+constexpr EncoderRows kEncoderRows;
+
+struct EncoderConstants {
+    __m512i first2;
+    __m512i first3;
+    __m512i firstHigh;
+    __m512i mark1;
+    __m512i mark2;
+    __m512i mark3;
+    __m512i sixBits;
+    __m512i shortBits;
+    __m512i shortMarks;
+    __m512i spread;
+};
+BRIM_AVX512 inline EncoderConstants loadEncoderConstants() {
+    const std::uint64_t(*rows)[8] = kEncoderRows.words;
+    asm("" : "+r"(rows));
+    return {_mm512_load_si512(rows[0]), _mm512_load_si512(rows[1]), _mm512_load_si512(rows[2]),
+            _mm512_load_si512(rows[3]), _mm512_load_si512(rows[4]), _mm512_load_si512(rows[5]),
+            _mm512_load_si512(rows[6]), _mm512_load_si512(rows[7]), _mm512_load_si512(rows[8]),
+            _mm512_load_si512(rows[9])};
+}
 
 // The bytes of 16 units, four a unit, and which of them count.
 struct EncodedBlock {
@@ -341,18 +509,16 @@ struct EncodedBlock {
 };
 
 // `next` is where the unit after each is; `readable` are the lanes that may be read there. `carried` is that
-// of the block before.
-BRIM_AVX512 inline EncodedBlock encodeBlock(__m512i units, const wchar_t* next, std::uint32_t readable,
+// of the block before, `two` the units of two bytes and more.
+BRIM_AVX512 inline EncodedBlock encodeBlock(const EncoderConstants& constants, __m512i units, __mmask16 two,
+                                            const wchar_t* next, std::uint32_t readable,
                                             unsigned int carried) {
-    const __mmask16 two = _mm512_cmpge_epu32_mask(units, words(0x80));
-    const __mmask16 three = _mm512_cmpge_epu32_mask(units, words(0x800));
-    // The marks of the bytes that count; each has the top bit, so they tell which do. ASCII gets its byte
-    // last.
-    __m512i marks = _mm512_mask_mov_epi32(words(0x80000000), two, words(0x80C00000));
-    marks = _mm512_mask_mov_epi32(marks, three, words(0x8080E000));
+    const __mmask16 three = _mm512_cmpge_epu32_mask(units, constants.first3);
+    __m512i marks = _mm512_mask_mov_epi32(constants.mark1, two, constants.mark2);
+    marks = _mm512_mask_mov_epi32(marks, three, constants.mark3);
     __m512i values = units;
     unsigned int nextCarried = 0;
-    if (_mm512_cmpge_epu32_mask(units, words(kFirstHighSurrogate)) != 0) {
+    if (_mm512_cmpge_epu32_mask(units, constants.firstHigh) != 0) {
         if (_mm512_cmpge_epu32_mask(units, words(kFirstSupplementary)) != 0) {
             return {units, 0, carried, true};
         }
@@ -372,66 +538,126 @@ BRIM_AVX512 inline EncodedBlock encodeBlock(__m512i units, const wchar_t* next, 
         marks = _mm512_maskz_mov_epi32(
             static_cast<__mmask16>(~(static_cast<unsigned int>(pairs) << 1 | carried)), marks);
     }
-    // Six bits to a byte: those from bit 18, 12, 6 and 0 of each unit.
-    const __m512i spread = _mm512_set1_epi64(0x20262C3200060C12);
-    const __m512i bits = _mm512_multishift_epi64_epi8(spread, values);
-    const __m512i lanes =
-        _mm512_ternarylogic_epi32(bits, _mm512_set1_epi8(0x3F), marks, 0xEA); // (bits & 0x3F) | marks
-    return {_mm512_mask_slli_epi32(lanes, static_cast<__mmask16>(~static_cast<unsigned int>(two)), units, 24),
-            _mm512_movepi8_mask(marks), nextCarried, false};
+    const __m512i bits = _mm512_multishift_epi64_epi8(constants.spread, values);
+    const __m512i lanes = // (bits & sixBits) | marks
+        _mm512_ternarylogic_epi32(bits, constants.sixBits, marks, 0xEA);
+    return {_mm512_mask_slli_epi32(lanes, _knot_mask16(two), units, 24), _mm512_movepi8_mask(marks),
+            nextCarried, false};
 }
 
-// Fewer than 16 units, at least one: reads and writes through masks. Stops before a high surrogate at the
-// very end; does nothing when a unit is too big.
-BRIM_AVX512 inline EncodeProgress encodePart(const wchar_t* src, const wchar_t* end, char* dst) {
+// Up to 16 units, at least one: reads and writes through masks. Stops before a high surrogate at the very
+// end; does nothing when a unit is too big.
+BRIM_AVX512 inline EncodeProgress encodePart(const EncoderConstants& constants, const wchar_t* src,
+                                             const wchar_t* end, char* dst) {
     auto length = static_cast<unsigned int>(end - src);
     if (isHighSurrogate(static_cast<char32_t>(end[-1]))) {
         --length;
     }
     const auto present = static_cast<std::uint32_t>(firstBits(length));
     const __m512i units = _mm512_maskz_loadu_epi32(static_cast<__mmask16>(present), src);
-    const EncodedBlock block = encodeBlock(units, src + 1, present >> 1, 0);
+    const __mmask16 two = _mm512_cmpge_epu32_mask(units, constants.first2);
+    if (two == 0) {
+        _mm_mask_storeu_epi8(dst, static_cast<__mmask16>(present), _mm512_cvtepi32_epi8(units));
+        return {src + length, dst + length};
+    }
+    const EncodedBlock block = encodeBlock(constants, units, two, src + 1, present >> 1, 0);
     if (block.tooBig) {
         return {src, dst};
     }
-    const std::uint64_t kept = block.kept & firstBits(4 * length);
+    const std::uint64_t kept = _bzhi_u64(block.kept, 4 * length);
     const unsigned int count = countBits(kept);
     _mm512_mask_storeu_epi8(dst, firstBits(count), _mm512_maskz_compress_epi8(kept, block.bytes));
     return {src + length, dst + count};
 }
 
-} // namespace
+// The places of the lower halves of the units of two registers.
+struct LowerHalves {
+    alignas(64) std::uint16_t words[32];
+    constexpr LowerHalves() : words() {
+        for (unsigned int i = 0; i < 32; ++i) {
+            words[i] = static_cast<std::uint16_t>(2 * i);
+        }
+    }
+};
+constexpr LowerHalves kLowerHalves;
 
-// Blocks of 16 units store 64 bytes and look at the unit after them: they end 22 units before the end, which
-// have room for 66 bytes.
-BRIM_AVX512 EncodeProgress encodeUtf8Avx512(const wchar_t* src, const wchar_t* end, char* dst) noexcept {
+// 32 units below 0x800: stores 64 bytes.
+BRIM_AVX512 inline char* encodeUpToTwoBytes(const EncoderConstants& constants, __m512i first, __m512i second,
+                                            char* dst) {
+    const __m512i units = _mm512_permutex2var_epi16(first, _mm512_load_si512(kLowerHalves.words), second);
+    const __mmask32 two = _mm512_cmpge_epu16_mask(units, _mm512_set1_epi16(0x80));
+    const __m512i both =
+        select(constants.shortBits, _mm512_slli_epi16(units, 8), _mm512_srli_epi16(units, 6));
+    const __m512i lanes = _mm512_mask_mov_epi16(units, two, _mm512_or_si512(both, constants.shortMarks));
+    const std::uint64_t kept = _pdep_u64(two, 0xAAAAAAAAAAAAAAAA) | 0x5555555555555555;
+    _mm512_storeu_si512(dst, _mm512_maskz_compress_epi8(kept, lanes));
+    return dst + 32 + countBits(two);
+}
+
+BRIM_AVX512 inline bool anyFrom(__m512i limit, __m512i units) {
+    return _mm512_cmpge_epu32_mask(units, limit) != 0;
+}
+
+// 128 units a step, as long as they are ASCII.
+BRIM_AVX512 inline EncodeProgress encodeAscii(const EncoderConstants& constants, EncodeProgress at,
+                                              const wchar_t* end) {
+    for (; end - at.src >= 128; at.src += 128, at.dst += 128) {
+        __m512i units[8];
+        __m512i all = _mm512_setzero_si512();
+        for (std::ptrdiff_t i = 0; i < 8; ++i) {
+            units[i] = _mm512_loadu_si512(at.src + 16 * i);
+            all = _mm512_or_si512(all, units[i]);
+        }
+        if (anyFrom(constants.first2, all)) {
+            break;
+        }
+        _mm512_storeu_si512(at.dst, narrow64(units[0], units[1], units[2], units[3]));
+        _mm512_storeu_si512(at.dst + 64, narrow64(units[4], units[5], units[6], units[7]));
+    }
+    return at;
+}
+
+// Blocks of 32 units. Those of units of three bytes and more store 64 bytes a half and look at the unit after
+// it: so all end 38 units before the end, which have room for the 66 bytes of the second half.
+BRIM_AVX512 __attribute__((noinline)) EncodeProgress encodeLong(const wchar_t* src, const wchar_t* end,
+                                                                char* dst) noexcept {
+    // So many blocks after one that is not ASCII, or not short, are not looked at for being it: that would be
+    // a branch which mixed text mispredicts.
+    constexpr unsigned int kNotAsked = 4;
+    const EncoderConstants constants = loadEncoderConstants();
     EncodeProgress at{src, dst};
+    unsigned int notAscii = 0;
+    unsigned int notShort = 0;
     unsigned int carried = 0; // 1: the first unit ended a pair of the last block
-    bool tooBig = false;
-    while (end - at.src >= 22 && !tooBig) {
-        unsigned int blocks = 1;
-        if (end - at.src > 64) {
-            const __m512i a = _mm512_loadu_si512(at.src);
-            const __m512i b = _mm512_loadu_si512(at.src + 16);
-            const __m512i c = _mm512_loadu_si512(at.src + 32);
-            const __m512i d = _mm512_loadu_si512(at.src + 48);
-            const __m512i all = _mm512_or_si512(_mm512_ternarylogic_epi32(a, b, c, 0xFE), d);
-            if (_mm512_test_epi32_mask(all, words(~0x7FU)) == 0) {
-                store16(at.dst, _mm512_cvtepi32_epi8(a));
-                store16(at.dst + 16, _mm512_cvtepi32_epi8(b));
-                store16(at.dst + 32, _mm512_cvtepi32_epi8(c));
-                store16(at.dst + 48, _mm512_cvtepi32_epi8(d));
-                at.src += 64;
-                at.dst += 64;
+    while (end - at.src >= 38) {
+        const __m512i first = _mm512_loadu_si512(at.src);
+        const __m512i second = _mm512_loadu_si512(at.src + 16);
+        const __m512i all = _mm512_or_si512(first, second);
+        if (notAscii == 0 && end - at.src >= 64) {
+            const __m512i third = _mm512_loadu_si512(at.src + 32);
+            const __m512i fourth = _mm512_loadu_si512(at.src + 48);
+            if (!anyFrom(constants.first2, _mm512_ternarylogic_epi32(all, third, fourth, 0xFE))) {
+                _mm512_storeu_si512(at.dst, narrow64(first, second, third, fourth));
+                const std::ptrdiff_t aligned = unitsToLine(at.src) + 48;
+                at = encodeAscii(constants, {at.src + aligned, at.dst + aligned}, end);
                 continue;
             }
-            blocks = end - at.src >= 70 ? 4 : 1;
         }
-        for (; blocks != 0; --blocks) {
-            const EncodedBlock block = encodeBlock(_mm512_loadu_si512(at.src), at.src + 1, 0xFFFF, carried);
-            tooBig = block.tooBig;
-            if (tooBig) {
-                break;
+        notAscii = anyFrom(constants.first2, all) ? kNotAsked : notAscii - (notAscii != 0 ? 1 : 0);
+        notShort = anyFrom(constants.first3, all) ? kNotAsked : notShort - (notShort != 0 ? 1 : 0);
+        if (notShort == 0) {
+            at.dst = encodeUpToTwoBytes(constants, first, second, at.dst);
+            at.src += 32;
+            continue;
+        }
+        for (int half = 0; half < 2; ++half) {
+            const __m512i units = _mm512_loadu_si512(at.src);
+            const __mmask16 two = _mm512_cmpge_epu32_mask(units, constants.first2);
+            const EncodedBlock block = encodeBlock(constants, units, two, at.src + 1, 0xFFFF, carried);
+            if (block.tooBig) {
+                at.src += carried;
+                encodeByRule(at, end, end);
+                return at;
             }
             _mm512_storeu_si512(at.dst, _mm512_maskz_compress_epi8(block.kept, block.bytes));
             at.dst += countBits(block.kept);
@@ -440,21 +666,30 @@ BRIM_AVX512 EncodeProgress encodeUtf8Avx512(const wchar_t* src, const wchar_t* e
         }
     }
     at.src += carried;
-    if (!tooBig && end - at.src >= 16) {
-        const __m512i units = _mm512_loadu_si512(at.src);
-        if (_mm512_test_epi32_mask(units, words(~0x7FU)) == 0) { // a short text is mostly ASCII
-            store16(at.dst, _mm512_cvtepi32_epi8(units));
-            at.src += 16;
-            at.dst += 16;
-        } else { // fifteen: the last of sixteen may begin a pair
-            at = encodePart(at.src, at.src + 15, at.dst);
+    while (end - at.src > 16) {
+        const wchar_t* const before = at.src;
+        at = encodePart(constants, at.src, at.src + 16, at.dst);
+        if (at.src == before) { // a unit is too big
+            break;
         }
     }
-    if (!tooBig && at.src != end && end - at.src < 16) {
-        at = encodePart(at.src, end, at.dst);
+    if (at.src != end && end - at.src <= 16) {
+        at = encodePart(constants, at.src, end, at.dst);
     }
     encodeByRule(at, end, end);
     return at;
+}
+
+} // namespace
+
+BRIM_AVX512 EncodeProgress encodeUtf8Avx512(const wchar_t* src, const wchar_t* end, char* dst) noexcept {
+    if (end - src <= 16 && src != end) {
+        const EncodeProgress at = encodePart(loadEncoderConstants(), src, end, dst);
+        if (at.src == end) {
+            return at;
+        }
+    }
+    return encodeLong(src, end, dst);
 }
 
 // ---- The exact size ---------------------------------------------------------------------------------------

@@ -1,4 +1,5 @@
 // The level of processors with AVX-512 VBMI2: whole registers, and what is left of them through masks.
+#include "kernels/units_avx512.h"
 #include "kernels/widths.h"
 
 #include <cstdint>
@@ -8,9 +9,6 @@
 #    pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #    pragma GCC diagnostic ignored "-Wuninitialized"
 #endif
-
-#define BRIM_AVX512                                                                                          \
-    __attribute__((target("avx512f,avx512bw,avx512vl,avx512dq,avx512vbmi,avx512vbmi2,bmi,bmi2,popcnt")))
 
 namespace sup::kernels {
 
@@ -27,10 +25,6 @@ BRIM_AVX512 inline __mmask16 firstUnits(std::size_t count) {
 BRIM_AVX512 inline std::uint64_t firstBytes(std::size_t count) {
     return _bzhi_u64(~std::uint64_t{0}, static_cast<unsigned int>(count));
 }
-inline std::size_t unitsToLine(const wchar_t* p) {
-    return kLineUnits - reinterpret_cast<std::uintptr_t>(p) / sizeof(wchar_t) % kLineUnits;
-}
-
 // ---- Towards wide units -----------------------------------------------------------------------------------
 
 // Each step makes 16 units; `part` reads the first ones only.
@@ -78,7 +72,7 @@ BRIM_AVX512 inline void toWide(const char* src, std::size_t units, wchar_t* dst)
     std::size_t done = 0;
     if (units >= kWorthAligning) {
         storeStep<Step>(src, dst); // the aligned steps write over a part of it
-        done = unitsToLine(dst);
+        done = static_cast<std::size_t>(unitsToLine(dst));
     }
     for (; units - done >= 4 * kLineUnits; done += 4 * kLineUnits) {
         const char* const from = src + Step::kBytes * done;
@@ -98,33 +92,12 @@ BRIM_AVX512 inline void toWide(const char* src, std::size_t units, wchar_t* dst)
 
 // ---- From wide units --------------------------------------------------------------------------------------
 
-// The places of byte `kFirst` and, with two bytes a unit, of byte 1 - kFirst of each unit of two registers.
-template <std::size_t kBytes, unsigned int kFirst>
-struct Places {
-    alignas(64) unsigned char bytes[64];
-    constexpr Places() : bytes() {
-        for (unsigned int i = 0; i < 64; ++i) {
-            const unsigned int unit = i / static_cast<unsigned int>(kBytes);
-            const unsigned int byte = i % kBytes == 0 ? kFirst : 1 - kFirst;
-            bytes[i] = static_cast<unsigned char>((4 * unit + byte) & 127U);
-        }
-    }
-};
-template <std::size_t kBytes, unsigned int kFirst>
-constexpr Places<kBytes, kFirst> kPlaces;
-
-template <std::size_t kBytes, unsigned int kFirst>
-BRIM_AVX512 inline __m512i chosenBytes(__m512i a, __m512i b) {
-    return _mm512_permutex2var_epi8(a, _mm512_load_si512((kPlaces<kBytes, kFirst>.bytes)), b);
-}
-
 // Each step takes 64 bytes' worth of units, or with `part` the first `count` of 16.
 struct ToBytes {
     static constexpr std::size_t kBytes = 1;
     BRIM_AVX512 static void whole(const wchar_t* src, char* dst) {
-        const __m512i low = chosenBytes<1, 0>(_mm512_loadu_si512(src), _mm512_loadu_si512(src + 16));
-        const __m512i high = chosenBytes<1, 0>(_mm512_loadu_si512(src + 32), _mm512_loadu_si512(src + 48));
-        _mm512_storeu_si512(dst, _mm512_mask_blend_epi64(0xF0, low, high));
+        _mm512_storeu_si512(dst, narrow64(_mm512_loadu_si512(src), _mm512_loadu_si512(src + 16),
+                                          _mm512_loadu_si512(src + 32), _mm512_loadu_si512(src + 48)));
     }
     BRIM_AVX512 static void part(const wchar_t* src, std::size_t count, char* dst) {
         const __m512i units = _mm512_maskz_loadu_epi32(firstUnits(count), src);
@@ -151,7 +124,7 @@ BRIM_AVX512 inline void fromWide(const wchar_t* src, std::size_t units, char* ds
     std::size_t done = 0;
     if (units >= kWorthAligning) {
         Step::whole(src, dst);
-        done = unitsToLine(src);
+        done = static_cast<std::size_t>(unitsToLine(src));
     }
     for (; units - done >= 2 * kStep; done += 2 * kStep) {
         Step::whole(src + done, dst + Step::kBytes * done);
@@ -172,6 +145,7 @@ BRIM_AVX512 inline void fromWide(const wchar_t* src, std::size_t units, char* ds
 // ---- What fits --------------------------------------------------------------------------------------------
 
 constexpr std::size_t kFitBlock = 128;
+constexpr std::size_t kNarrowBlock = 64;
 
 BRIM_AVX512 inline __m512i allBits64(const wchar_t* src) {
     const __m512i three = _mm512_ternarylogic_epi32(_mm512_loadu_si512(src), _mm512_loadu_si512(src + 16),
@@ -216,9 +190,17 @@ BRIM_AVX512 bool fitsInByteAvx512(const wchar_t* src, std::size_t length) noexce
 
 BRIM_AVX512 std::size_t narrowFittingAvx512(const wchar_t* src, std::size_t length, char* dst) noexcept {
     std::size_t done = 0;
-    for (; length - done >= kFitBlock && blockFits(src + done); done += kFitBlock) {
-        ToBytes::whole(src + done, dst + done);
-        ToBytes::whole(src + done + 64, dst + done + 64);
+    while (length - done >= kNarrowBlock) {
+        const __m512i a = _mm512_loadu_si512(src + done);
+        const __m512i b = _mm512_loadu_si512(src + done + 16);
+        const __m512i c = _mm512_loadu_si512(src + done + 32);
+        const __m512i d = _mm512_loadu_si512(src + done + 48);
+        if (!fits(_mm512_or_si512(_mm512_ternarylogic_epi32(a, b, c, 0xFE), d))) {
+            break;
+        }
+        _mm512_storeu_si512(dst + done, narrow64(a, b, c, d));
+        // As far as the next cache line of the source: from there on the loads are aligned.
+        done += static_cast<std::size_t>(unitsToLine(src + done)) + kNarrowBlock - kLineUnits;
     }
     while (done < length) {
         const std::size_t count = length - done < kLineUnits ? length - done : kLineUnits;
