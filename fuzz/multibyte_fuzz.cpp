@@ -1,10 +1,14 @@
-// The machine of multi-byte encodings, built from any table, next to a tree that grows as the rows say.
+// The machine of multi-byte encodings, built from any table, next to a tree that grows as the rows say, at
+// each processor level.
 #include "fuzz_input.h"
 
 #include "exact_buffer.h"
+#include "kernel_levels.h"
 #include "usingtable_model.h"
 
 #include <gtest/gtest.h>
+
+#include <algorithm>
 
 using namespace sup::transcodeimpl;
 
@@ -28,20 +32,39 @@ wchar_t someUnit(FuzzInput& input) {
     return choice < std::size(kUnits) ? kUnits[choice] : static_cast<wchar_t>(input.below(0x10000));
 }
 
-// A destination that is too small gives -1 and is not left.
-void convertInto(const TranscoderImplBase& transcoder, const std::string& bytes, const std::wstring& units,
-                 std::size_t room) {
-    const std::wstring allUnits = brimtest::decoded(transcoder, bytes);
-    ExactBuffer<wchar_t> unitRoom(room);
-    const std::size_t decoded =
-        transcoder.multibyteToUnicode(bytes.data(), bytes.size(), unitRoom.data(), room, nullptr);
-    ASSERT_TRUE(decoded == static_cast<std::size_t>(-1) || unitRoom.first(decoded) == allUnits);
-    const std::string allBytes = brimtest::encoded(transcoder, units);
-    ExactBuffer<char> byteRoom(room);
-    const std::size_t encoded = transcoder.unicodeToMultibyte(units.data(), units.size(), byteRoom.data(),
-                                                              room, nullptr, nullptr, nullptr);
-    ASSERT_TRUE(encoded == static_cast<std::size_t>(-1) || byteRoom.first(encoded) == allBytes);
-    ASSERT_LE(allBytes.size(), units.size() * transcoder.getMultibyteFactor());
+// Long enough for several steps of the loops.
+template <class Text>
+Text repeated(const Text& text, std::size_t times) {
+    Text all;
+    while (times-- != 0) {
+        all += text;
+    }
+    return all;
+}
+
+constexpr std::size_t kTooSmall = static_cast<std::size_t>(-1);
+
+void expectDecoded(const TranscoderImplBase& transcoder, const std::string& bytes,
+                   const std::wstring& expected, std::size_t room) {
+    ExactBuffer<char> source{std::string_view(bytes)};
+    ExactBuffer<wchar_t> units(room);
+    const std::size_t written =
+        transcoder.multibyteToUnicode(source.data(), bytes.size(), units.data(), room, nullptr);
+    ASSERT_EQ(written, room < expected.size() ? kTooSmall : expected.size());
+    const std::size_t good = std::min(room, expected.size());
+    ASSERT_EQ(units.first(good), expected.substr(0, good));
+}
+
+void expectEncoded(const TranscoderImplBase& transcoder, const std::wstring& units,
+                   const std::string& expected, std::size_t room) {
+    ExactBuffer<wchar_t> source{std::wstring_view(units)};
+    ExactBuffer<char> bytes(room);
+    const std::size_t written = transcoder.unicodeToMultibyte(source.data(), units.size(), bytes.data(), room,
+                                                              nullptr, nullptr, nullptr);
+    const bool fits = room >= std::max(units.size(), expected.size());
+    ASSERT_EQ(written, fits ? expected.size() : kTooSmall);
+    const std::size_t good = room < units.size() ? 0 : std::min(room, expected.size());
+    ASSERT_EQ(bytes.first(good), expected.substr(0, good));
 }
 
 } // namespace
@@ -57,14 +80,24 @@ void fuzzOne(FuzzInput& input) {
     const std::size_t identityCount = input.below(257);
     const auto transcoder = brimtest::transcoderOf(rows, identityCount);
     const brimtest::UsingTableModel model(rows, static_cast<unsigned int>(identityCount));
-    const std::size_t room = input.below(24);
-    const std::size_t length = input.below(40);
-    const std::string bytes = input.flip() ? someBytes(input, length) : input.bytes(length);
-    std::wstring units;
-    while (!input.done() && units.size() < 40) {
-        units += someUnit(input);
+    const std::size_t spare = input.below(8);
+    const std::size_t missing = input.below(24);
+    const std::size_t times = 1 + input.below(8);
+    const std::size_t length = input.below(80);
+    const std::string bytes = repeated(input.flip() ? someBytes(input, length) : input.bytes(length), times);
+    std::wstring part;
+    while (!input.done() && part.size() < 80) {
+        part += someUnit(input);
     }
-    ASSERT_EQ(brimtest::decoded(*transcoder, bytes), model.decoded(bytes));
-    ASSERT_EQ(brimtest::encoded(*transcoder, units), model.encoded(units));
-    convertInto(*transcoder, bytes, units, room);
+    const std::wstring units = repeated(part, times);
+    const std::wstring decoded = model.decoded(bytes);
+    const std::string encoded = model.encoded(units);
+    ASSERT_LE(encoded.size(), units.size() * transcoder->getMultibyteFactor());
+    const std::size_t enough = std::max(units.size(), encoded.size());
+    brimtest::atEachLevel([&] {
+        expectDecoded(*transcoder, bytes, decoded, decoded.size() + spare);
+        expectDecoded(*transcoder, bytes, decoded, decoded.size() - std::min(missing, decoded.size()));
+        expectEncoded(*transcoder, units, encoded, enough + spare);
+        expectEncoded(*transcoder, units, encoded, enough - std::min(missing, enough));
+    });
 }

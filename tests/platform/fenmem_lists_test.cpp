@@ -23,8 +23,8 @@
 namespace {
 
 constexpr long kMostPooled = 8L << 20;
-constexpr long kMostListed = 16L << 10; // of one size class in one thread
-constexpr std::size_t kLargestListed = 2048;
+constexpr std::size_t kLargestListed = 32768;
+constexpr long kMostListed = 2L * kLargestListed; // of one size class in one thread
 
 void* allocate(std::size_t size) { return fenmem_800_allocate_dbg(size, "fenmem_lists_test", 1); }
 
@@ -67,7 +67,7 @@ protected:
 
 TEST_F(FenmemLists, GiveTheBlockThatCameLast) {
     onNewThread([] {
-        for (std::size_t size = 0; size <= kLargestListed; ++size) {
+        for (std::size_t size = 0; size <= kLargestListed; size += size < 2100 ? 1 : 61) {
             void* const first = allocate(size);
             void* const second = allocate(size);
             fenmem_800_free(first, size);
@@ -80,7 +80,7 @@ TEST_F(FenmemLists, GiveTheBlockThatCameLast) {
     });
 }
 
-TEST_F(FenmemLists, ServeSizesOfTheSameSixteenBytes) {
+TEST_F(FenmemLists, ServeSizesOfTheSameClass) {
     onNewThread([] {
         void* const p = allocate(17);
         fenmem_800_free(p, 17);
@@ -90,6 +90,11 @@ TEST_F(FenmemLists, ServeSizesOfTheSameSixteenBytes) {
         void* const larger = allocate(33);
         EXPECT_NE(larger, p);
         fenmem_800_free(larger, 33);
+        void* const large = allocate(2049);
+        fenmem_800_free(large, 2049);
+        EXPECT_EQ(allocate(3072), large);
+        std::memset(large, 1, 3072);
+        fenmem_800_free(large, 3072);
     });
 }
 
@@ -104,9 +109,10 @@ TEST_F(FenmemLists, KeepNoLargeBlocks) {
 
 TEST_F(FenmemLists, AreBounded) {
     onNewThread([] {
-        for (const std::size_t size : {std::size_t{0}, std::size_t{16}, std::size_t{100}, kLargestListed}) {
+        for (const std::size_t size : {std::size_t{0}, std::size_t{16}, std::size_t{100}, std::size_t{2048},
+                                       std::size_t{9000}, kLargestListed}) {
             fenmem_800_compact();
-            release(makeBlocks(100'000, size), size);
+            release(makeBlocks(10'000, size), size);
             const Kept now = kept();
             EXPECT_GT(now.thread, 0) << size;
             EXPECT_LE(now.thread, kMostListed) << size;
@@ -272,7 +278,7 @@ TEST_F(FenmemLists, KeepBlocksApartAmongThreads) {
         threads.emplace_back([&slots, &check, t] {
             std::mt19937 random(kSeed + t);
             for (int round = 0; round < 100'000; ++round) {
-                const std::size_t size = sizeof(Content) + random() % 300;
+                const std::size_t size = sizeof(Content) + random() % (round % 16 == 0 ? 6000 : 300);
                 auto* const block = static_cast<Content*>(allocate(size));
                 std::memset(block, 0x3C, size);
                 *block = {size, reinterpret_cast<std::uintptr_t>(block)};

@@ -30,10 +30,11 @@ std::uint64_t countCharacters(const wchar_t* units, std::size_t count) {
 
 } // namespace
 
-TextConverter::TextConverter(const Encoding& from, const Encoding& to, bool lossy)
-    : m_fromEncoding(from), m_toEncoding(to), m_lossy(lossy), m_encoder(to.makeEncoder()),
-      m_decoder(from.makeDecoder(!m_encoder->isComplete())), m_outputRoom(m_encoder->roomFor(kInputLength)),
-      m_input(new char[kInputLength]), m_wide(new wchar_t[kInputLength]), m_output(new char[m_outputRoom]) {}
+TextConverter::TextConverter(const Encoding& from, const Encoding& to, bool lossy, bool countsCharacters)
+    : m_fromEncoding(from), m_toEncoding(to), m_lossy(lossy), m_countsCharacters(countsCharacters),
+      m_encoder(to.makeEncoder()), m_decoder(from.makeDecoder(!m_encoder->isComplete())),
+      m_outputRoom(m_encoder->roomFor(kInputLength)), m_input(new char[kInputLength]),
+      m_wide(new wchar_t[kPartLength]), m_output(new char[m_outputRoom]) {}
 
 bool TextConverter::convert(std::size_t length) { return convertInput(m_carried + length, false); }
 
@@ -51,11 +52,16 @@ bool TextConverter::convertInput(std::size_t length, bool last) {
     std::size_t at = 0;
     while (at != length) {
         const char* const text = m_input.get() + at;
-        const Decoder::Step step = m_decoder->decode(text, length - at, m_wide.get(), kInputLength);
+        const std::size_t part = std::min(length - at, kPartLength);
+        const bool isLastPart = part == length - at;
+        const Decoder::Step step = m_decoder->decode(text, part, m_wide.get(), kPartLength);
         if (!encode(step.units, step.bytes)) {
             return false;
         }
         at += step.bytes;
+        if (step.cut && !isLastPart) {
+            continue; // the next part has the sequence whole
+        }
         if (step.cut && !last) {
             break;
         }
@@ -93,7 +99,9 @@ bool TextConverter::encode(std::size_t units, std::size_t bytes) {
     }
     m_position.bytes += stopped ? m_decoder->bytesOf(wide, done) : bytes;
     m_position.lines += countLines(wide, done);
-    m_characters += countCharacters(wide, done);
+    if (m_countsCharacters) {
+        m_characters += countCharacters(wide, done);
+    }
     return !stopped;
 }
 

@@ -32,8 +32,8 @@ struct Problem {
 
 class TextConverter {
 public:
-    /// `lossy` writes replacement characters where it would stop otherwise.
-    TextConverter(const Encoding& from, const Encoding& to, bool lossy);
+    /// `lossy` writes replacement characters where it would stop otherwise. Counting characters takes time.
+    TextConverter(const Encoding& from, const Encoding& to, bool lossy, bool countsCharacters);
 
     /// Where the next piece goes, and how much of it there may be.
     char* room() noexcept { return m_input.get() + m_carried; }
@@ -48,7 +48,7 @@ public:
     std::string_view output() const noexcept { return {m_output.get(), m_outputLength}; }
 
     const std::optional<Problem>& problem() const noexcept { return m_problem; }
-    /// What has been converted so far; characters include replacement characters.
+    /// What has been converted so far; characters, when they are counted, include replacement characters.
     const Position& position() const noexcept { return m_position; }
     std::uint64_t characters() const noexcept { return m_characters; }
     /// Replacement characters written for malformed sequences, and for characters that the target page lacks.
@@ -58,7 +58,9 @@ public:
 private:
     static constexpr std::size_t kPieceLength = std::size_t{64} * 1024;
     static constexpr std::size_t kInputLength = kPieceLength + Decoder::kLongestCut;
-    static_assert(Decoder::kLongestEnd <= kInputLength);
+    // A piece is converted in parts, whose wide text the nearest cache holds.
+    static constexpr std::size_t kPartLength = std::size_t{8} * 1024;
+    static_assert(Decoder::kLongestEnd <= kPartLength && Decoder::kLongestCut < kPartLength);
 
     bool convertInput(std::size_t length, bool last);
     /// Encodes the units that the decoder made of `bytes` bytes.
@@ -72,6 +74,7 @@ private:
     Encoding m_fromEncoding;
     Encoding m_toEncoding;
     bool m_lossy;
+    bool m_countsCharacters;
     std::unique_ptr<Encoder> m_encoder;
     std::unique_ptr<Decoder> m_decoder;
 

@@ -110,7 +110,7 @@ ExitStatus transcode(const Options& options) {
     const std::vector<std::string> inputs =
         options.inputs.empty() ? std::vector<std::string>{"-"} : options.inputs;
 
-    TextConverter converter(*from, *to, options.lossy);
+    TextConverter converter(*from, *to, options.lossy, options.stats);
     OutputFile output(options.output);
     const bool showsProgress = !options.quiet && ::isatty(STDERR_FILENO) == 1 && !output.isTerminal();
     Progress progress(showsProgress, showsProgress ? totalSize(inputs) : 0);

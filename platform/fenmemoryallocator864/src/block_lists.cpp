@@ -18,15 +18,22 @@ namespace {
 
 constexpr std::size_t kMostPooledBytes = std::size_t{8} << 20;
 
-constexpr std::size_t blockSizeOf(std::size_t sizeClass) {
-    return std::max(sizeClass, std::size_t{1}) * kStep;
+constexpr std::size_t classOf(std::size_t size) {
+    return size <= kLargestSmall ? smallClassOf(size) : kSmallClasses + (size - kLargestSmall - 1) / kStep;
 }
+
+constexpr std::size_t blockSizeOf(std::size_t sizeClass) {
+    return sizeClass < kSmallClasses ? std::max(sizeClass, std::size_t{1}) * kSmallStep
+                                     : kLargestSmall + (sizeClass - kSmallClasses + 1) * kStep;
+}
+
+static_assert(classOf(kLargest) == kClasses - 1 && blockSizeOf(kClasses - 1) == kLargest);
 
 /// Blocks in a full list: 8 KiB, but not so many that going through them takes long.
 constexpr std::array<std::uint32_t, kClasses> kChainLengths = [] {
     std::array<std::uint32_t, kClasses> lengths{};
     for (std::size_t c = 0; c < kClasses; ++c) {
-        lengths[c] = static_cast<std::uint32_t>(std::min<std::size_t>(8192 / blockSizeOf(c), 128));
+        lengths[c] = static_cast<std::uint32_t>(std::clamp<std::size_t>(8192 / blockSizeOf(c), 1, 128));
     }
     return lengths;
 }();
@@ -227,11 +234,17 @@ void* allocate(std::size_t size) noexcept {
     const std::size_t sizeClass = classOf(size);
     if (isBound() || bind()) {
         ThreadLists& lists = *t_thread.lists;
-        Block* const chain = lists.full[sizeClass] != nullptr ? std::exchange(lists.full[sizeClass], nullptr)
-                                                              : s_pool.take(sizeClass);
-        if (chain != nullptr) {
-            lists.lists[sizeClass] = {chain->next, 1};
-            return chain;
+        List& list = lists.lists[sizeClass];
+        if (list.first == nullptr) {
+            Block* const chain = lists.full[sizeClass] != nullptr
+                                     ? std::exchange(lists.full[sizeClass], nullptr)
+                                     : s_pool.take(sizeClass);
+            if (chain != nullptr) {
+                list = {chain, 0};
+            }
+        }
+        if (Block* const block = pop(list)) {
+            return block;
         }
     }
     return backend::allocate(blockSizeOf(sizeClass));
@@ -245,15 +258,14 @@ void release(void* p, std::size_t size) noexcept {
     const std::size_t sizeClass = classOf(size);
     ThreadLists& lists = *t_thread.lists;
     List& list = lists.lists[sizeClass];
-    if (list.first != nullptr) {
+    if (list.room == 0) {
         if (lists.full[sizeClass] != nullptr) {
             pass(sizeClass, lists.full[sizeClass]);
         }
         lists.full[sizeClass] = list.first;
+        list = {nullptr, kChainLengths[sizeClass]};
     }
-    Block* const block = static_cast<Block*>(p);
-    block->next = nullptr;
-    list = {block, kChainLengths[sizeClass] - 1};
+    push(list, p);
 }
 
 void bindThread() noexcept {

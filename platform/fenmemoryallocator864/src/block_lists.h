@@ -1,11 +1,13 @@
-// Lists of free small blocks between the account and the backend, so that most requests cost a few
-// instructions. Each thread has a list for every 16 bytes of size, which its own frees fill and its own
-// requests empty. When a list is full it goes to the pool of the process as a chain, and a thread without
-// blocks takes a chain from there: blocks that one thread makes and another frees go round in chains.
+// Lists of free blocks between the account and the backend, so that most requests cost a few instructions.
+// Each thread has a list for every 16 bytes of size up to 2 KiB and for every KiB up to 32, which its own
+// frees fill and its own requests empty. When a list is full it goes to the pool of the process as a chain,
+// and a thread without blocks takes a chain from there: blocks that one thread makes and another frees go
+// round in chains.
 //
-// A thread keeps at most 16 KiB of a size, the pool 8 MiB in all; what is beyond goes back to the backend,
-// and so does everything else that a thread keeps when it ends. No call waits: whoever finds the pool in use
-// goes to the backend instead, so a child process may use what another thread held when it was forked.
+// A thread keeps at most 16 KiB of a size, or two blocks, the pool 8 MiB in all; what is beyond goes back to
+// the backend, and so does everything else that a thread keeps when it ends. No call waits: whoever finds the
+// pool in use goes to the backend instead, so a child process may use what another thread held when it was
+// forked.
 //
 // There are no lists over the C runtime's malloc or under a sanitizer: tools that watch those see each block.
 #pragma once
@@ -42,14 +44,17 @@ struct Block {
     Block* nextChain;
 };
 
-inline constexpr std::size_t kStep = 16;
-inline constexpr std::size_t kLargest = 2048; // larger blocks go to the backend
-inline constexpr std::size_t kClasses = kLargest / kStep + 1;
+inline constexpr std::size_t kSmallStep = 16;
+inline constexpr std::size_t kLargestSmall = 2048;
+inline constexpr std::size_t kSmallClasses = kLargestSmall / kSmallStep + 1;
+inline constexpr std::size_t kStep = 1024;
+inline constexpr std::size_t kLargest = 32768; // larger blocks go to the backend
+inline constexpr std::size_t kClasses = kSmallClasses + (kLargest - kLargestSmall) / kStep;
 
-static_assert(sizeof(Block) == kStep, "the smallest block holds the links");
+static_assert(sizeof(Block) == kSmallStep, "the smallest block holds the links");
 
 /// Requests of size 0 have a class of their own, whose blocks are as large as those of the next.
-constexpr std::size_t classOf(std::size_t size) { return (size + kStep - 1) / kStep; }
+constexpr std::size_t smallClassOf(std::size_t size) { return (size + kSmallStep - 1) / kSmallStep; }
 
 /// The free blocks of one class in one thread.
 struct List {
@@ -67,12 +72,7 @@ struct ThreadLists {
 extern ThreadLists g_noLists;
 inline constexpr ThreadLists* kNoLists = &g_noLists;
 
-/// A block of the calling thread's; null when there is none.
-inline void* take(ThreadLists* lists, std::size_t size) noexcept {
-    if (size > kLargest) {
-        return nullptr;
-    }
-    List& list = lists->lists[classOf(size)];
+inline Block* pop(List& list) noexcept {
     Block* const block = list.first;
     if (block != nullptr) {
         list.first = block->next;
@@ -81,12 +81,8 @@ inline void* take(ThreadLists* lists, std::size_t size) noexcept {
     return block;
 }
 
-/// Keeps a block; false when there is no room.
-inline bool keep(ThreadLists* lists, void* p, std::size_t size) noexcept {
-    if (size > kLargest) {
-        return false;
-    }
-    List& list = lists->lists[classOf(size)];
+/// False when there is no room.
+inline bool push(List& list, void* p) noexcept {
     if (list.room == 0) {
         return false;
     }
@@ -97,7 +93,16 @@ inline bool keep(ThreadLists* lists, void* p, std::size_t size) noexcept {
     return true;
 }
 
-/// What comes after them: the pool, then the backend. Null when memory is exhausted.
+/// A small block of the calling thread's lists; null when there is none.
+inline void* take(ThreadLists* lists, std::size_t size) noexcept {
+    return size <= kLargestSmall ? pop(lists->lists[smallClassOf(size)]) : nullptr;
+}
+/// Keeps a small block; false when there is no room.
+inline bool keep(ThreadLists* lists, void* p, std::size_t size) noexcept {
+    return size <= kLargestSmall && push(lists->lists[smallClassOf(size)], p);
+}
+
+/// For all other cases: lists, pool, backend. Null when memory is exhausted.
 void* allocate(std::size_t size) noexcept;
 void release(void* p, std::size_t size) noexcept;
 
