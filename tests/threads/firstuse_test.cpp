@@ -26,10 +26,12 @@
 #include <cstring>
 #include <ctime>
 #include <dlfcn.h>
+#include <functional>
 #include <iterator>
 #include <latch>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -54,18 +56,14 @@ using Answer = std::uint64_t;
 Answer address(const void* p) { return reinterpret_cast<std::uintptr_t>(p); }
 
 Answer sum(const BrimString& text) {
-    Answer sum = text.length();
-    for (const wchar_t c : text) {
-        sum = sum * 31 + static_cast<Answer>(c);
-    }
-    return sum;
+    return std::hash<std::wstring_view>()(std::wstring_view(text.begin(), text.length()));
 }
 
 template <bool (*operation)(BrimString&)>
 Answer textOf() {
     BrimString text;
     const bool result = operation(text);
-    return sum(text) * 2 + (result ? 1 : 0);
+    return result ? sum(text) : ~sum(text);
 }
 
 struct FirstUse {
@@ -128,8 +126,7 @@ constexpr FirstUse kFirstUses[] = {
     {"managed component", [] { return Answer{SystemUtility::AreWeHaloManagedComponent()}; }},
     {"legacy mode", [] { return Answer{SystemUtility::IsLegacyInstanceMode()}; }},
     {"processors", [] { return static_cast<Answer>(SystemUtility::GetNumberOfProcessors()); }},
-    {"association",
-     [] { return Answer{SUPEnvInit::KROS_TYPE()} + sum(SUPEnvInit::getDefaultComponentName()); }},
+    {"association", [] { return SUPEnvInit::KROS_TYPE() ? sum(SUPEnvInit::getDefaultComponentName()) : 0; }},
     {"host name", [] { return sum(SystemUtility::GetHostName()); }},
     {"error manager", [] { return address(UtilityPortableErrorMessageManager::Get(nullptr, false)); }},
     {"logger", [] { return address(sup::UniversalLoggerBase::getThreadLogger()); }},

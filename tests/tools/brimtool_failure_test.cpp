@@ -180,6 +180,25 @@ TEST(BrimtoolTranscode, TellsPlacesFarIntoLongTexts) {
               "brimtool: standard input: " + place + ": U+4F60 does not exist in Windows-1252\n");
 }
 
+// The text goes through buffers, whose lengths are some power of two.
+TEST(BrimtoolTranscode, TellsPlacesWhereOneBufferEnds) {
+    for (std::size_t length = 4096; length <= 262144; length *= 2) {
+        for (std::size_t before = length - 3; before <= length; ++before) {
+            const std::string good(before, 'a');
+            for (const char* const rest : {"\xE2\x82\n", "\xE2\x82"}) {
+                const ToolResult result = transcodeRun("UTF-8", "1252", good + rest).run();
+                EXPECT_EQ(result.exitCode, 1) << before;
+                EXPECT_EQ(result.output.size(), before);
+                EXPECT_EQ(result.errors.rfind("brimtool: standard input: byte " + std::to_string(before) +
+                                                  ", line 1: malformed UTF-8 (E2 82",
+                                              0),
+                          0U)
+                    << result;
+            }
+        }
+    }
+}
+
 TEST(BrimtoolTranscode, TellsTheFileAndThePlaceInIt) {
     const TemporaryDirectory directory;
     const std::string first = directory.path("first");

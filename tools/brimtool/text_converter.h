@@ -56,7 +56,7 @@ public:
     std::uint64_t unconvertible() const noexcept { return m_unconvertible; }
 
 private:
-    static constexpr std::size_t kPieceLength = std::size_t{64} * 1024;
+    static constexpr std::size_t kPieceLength = std::size_t{128} * 1024;
     static constexpr std::size_t kInputLength = kPieceLength + Decoder::kLongestCut;
     // A piece is converted in parts, whose wide text the nearest cache holds.
     static constexpr std::size_t kPartLength = std::size_t{8} * 1024;

@@ -34,6 +34,12 @@ public:
         return places;
     }
 
+    struct Counts {
+        std::size_t members;
+        std::size_t runsOfOthers; ///< stretches between them that are not empty
+    };
+    Counts count(const wchar_t* text, std::size_t n) const noexcept;
+
     /// Where to go on looking from `start` in the `n` characters at `text`: nothing before is in the set, or
     /// all is with `ofOthers`.
     std::size_t skip(const wchar_t* text, std::size_t n, std::size_t start, bool ofOthers) const noexcept;

@@ -64,6 +64,25 @@ CharacterSet::CharacterSet(const wchar_t* first, const wchar_t* last)
     std::sort(m_others.data(), m_others.data() + m_nOthers);
 }
 
+CharacterSet::Counts CharacterSet::count(const wchar_t* text, std::size_t n) const noexcept {
+    constexpr std::size_t kWord = 64;
+    Counts counts{0, 0};
+    std::uint64_t before = 1; // a member stands before the first character, as it were
+    for (std::size_t i = 0; i < n; i += kWord) {
+        const std::size_t count = std::min(n - i, kWord);
+        std::uint64_t places = ~std::uint64_t{0} << (count - 1)
+                                                 << 1; // what is behind the end counts as members
+        for (std::size_t k = 0; k < count; k += kBlock) {
+            places |= std::uint64_t{placesIn(text + i + k, std::min(count - k, kBlock))} << k;
+        }
+        counts.members += static_cast<std::size_t>(__builtin_popcountll(places)) - (kWord - count);
+        counts.runsOfOthers +=
+            static_cast<std::size_t>(__builtin_popcountll(~places & (places << 1 | before)));
+        before = places >> (kWord - 1);
+    }
+    return counts;
+}
+
 std::size_t CharacterSet::skip(const wchar_t* text, std::size_t n, std::size_t start,
                                bool ofOthers) const noexcept {
     if (!m_isAscii || n - start < 2 * kBlock || kernels::kernels().level == kernels::Level::plain) {

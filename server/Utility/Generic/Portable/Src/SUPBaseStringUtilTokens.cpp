@@ -131,11 +131,9 @@ void BaseStringUtil::Tokenize(const String& text, const String& delimiters, Brim
     const String held(text); // an element of `out`, perhaps
     const sup::CharacterSet isDelimiter(delimiters.begin(), delimiters.end());
     out.clear();
-    std::size_t count = 0;
-    split(
-        held, isDelimiter, keepEmptyTokens, [&](const wchar_t*, std::size_t) { ++count; },
-        [&](wchar_t) { count += returnDelimiters ? 1 : 0; });
-    out.reserve(count);
+    const sup::CharacterSet::Counts counts = isDelimiter.count(held.begin(), held.length());
+    out.reserve((keepEmptyTokens ? counts.members + 1 : counts.runsOfOthers) +
+                (returnDelimiters ? counts.members : 0));
     split(
         held, isDelimiter, keepEmptyTokens,
         [&](const wchar_t* first, std::size_t n) { out.emplace_back(first, n); },

@@ -254,23 +254,6 @@ BRIM_AVX512 std::size_t previousPlaceAvx512(const wchar_t* text, std::size_t pla
 constexpr int kMostProbes = 3;
 Probe firstProbe(const wchar_t* pattern, std::size_t m) { return Probe(pattern, 0, m - 1, m / 2); }
 
-// Of two texts of `n` characters; `n` when they are equal.
-std::size_t firstDifference(const wchar_t* a, const wchar_t* b, std::size_t n) {
-    std::size_t i = 0;
-    for (; i + 4 <= n; i += 4) {
-        const __m128i same = _mm_cmpeq_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(a + i)),
-                                             _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + i)));
-        const auto bits = static_cast<unsigned int>(_mm_movemask_ps(_mm_castsi128_ps(same)));
-        if (bits != 0xF) {
-            return i + static_cast<unsigned int>(__builtin_ctz(~bits));
-        }
-    }
-    while (i < n && a[i] == b[i]) {
-        ++i;
-    }
-    return i;
-}
-
 // ---- Single characters ------------------------------------------------------------------------------------
 
 BRIM_AVX512 inline __mmask16 firstLanes(std::size_t count) {
@@ -455,6 +438,22 @@ std::size_t findLastByProbes(const wchar_t* text, std::size_t n, const wchar_t* 
 }
 
 } // namespace
+
+std::size_t firstDifference(const wchar_t* a, const wchar_t* b, std::size_t n) noexcept {
+    std::size_t i = 0;
+    for (; i + 4 <= n; i += 4) {
+        const __m128i same = _mm_cmpeq_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(a + i)),
+                                             _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + i)));
+        const auto bits = static_cast<unsigned int>(_mm_movemask_ps(_mm_castsi128_ps(same)));
+        if (bits != 0xF) {
+            return i + static_cast<unsigned int>(__builtin_ctz(~bits));
+        }
+    }
+    while (i < n && a[i] == b[i]) {
+        ++i;
+    }
+    return i;
+}
 
 Borders::Borders(const wchar_t* pattern, std::size_t m) : m_pattern(pattern), m_m(m) {
     m_lengths.growNoPreserve(m);

@@ -22,6 +22,9 @@ BRIMPORTABLE_API std::size_t findTextLinearly(const wchar_t* text, std::size_t n
 BRIMPORTABLE_API std::size_t findLastTextLinearly(const wchar_t* text, std::size_t n, const wchar_t* pattern,
                                                   std::size_t m) noexcept;
 
+/// Where two texts of `n` characters differ first; `n` when they are equal.
+std::size_t firstDifference(const wchar_t* a, const wchar_t* b, std::size_t n) noexcept;
+
 /// The first occurrence before the first zero of the text; `n` when there is none. `m` may be 0: an empty
 /// pattern is found at once in every text but the empty one. Looks no further than it has to, and allocates
 /// nothing.

@@ -19,18 +19,22 @@ public:
     explicit Reading(const wchar_t* first) : m_first(first) {}
     wchar_t operator[](std::size_t i) const { return m_first[static_cast<std::ptrdiff_t>(i) * kStep]; }
     Reading from(std::size_t i) const { return Reading(m_first + static_cast<std::ptrdiff_t>(i) * kStep); }
+    const wchar_t* first() const { return m_first; }
 
 private:
     const wchar_t* m_first;
 };
 
-template <class Text>
-bool equal(Text a, Text b, std::size_t n) {
+// How many of `n` characters agree before the first that do not.
+std::size_t commonLength(Reading<1> a, Reading<1> b, std::size_t n) {
+    return firstDifference(a.first(), b.first(), n);
+}
+std::size_t commonLength(Reading<-1> a, Reading<-1> b, std::size_t n) {
     std::size_t i = 0;
     while (i < n && a[i] == b[i]) {
         ++i;
     }
-    return i == n;
+    return i;
 }
 
 // The greatest suffix of a pattern in the order `isBefore`, and its period.
@@ -98,8 +102,8 @@ template <class Text>
 std::size_t find(Text text, std::size_t n, Text pattern, std::size_t m) {
     const Suffix right = criticalPlace(pattern, m);
     const Skips<Text> skips(pattern, m);
-    const bool isPeriodic =
-        right.begin + right.period <= m && equal(pattern, pattern.from(right.period), right.begin);
+    const bool isPeriodic = right.begin + right.period <= m &&
+                            commonLength(pattern, pattern.from(right.period), right.begin) == right.begin;
     const std::size_t shift = isPeriodic ? right.period : std::max(right.begin, m - right.begin) + 1;
     std::size_t known = 0;
     for (std::size_t at = 0; at <= n - m;) {
@@ -109,10 +113,8 @@ std::size_t find(Text text, std::size_t n, Text pattern, std::size_t m) {
             known = 0;
             continue;
         }
-        std::size_t i = std::max(right.begin, known);
-        while (i < m && here[i] == pattern[i]) {
-            ++i;
-        }
+        const std::size_t from = std::max(right.begin, known);
+        const std::size_t i = from + commonLength(here.from(from), pattern.from(from), m - from);
         if (i < m) {
             at += i - right.begin + 1;
             known = 0;

@@ -500,6 +500,10 @@ BRIM_AVX512 inline EncoderConstants loadEncoderConstants() {
             _mm512_load_si512(rows[9])};
 }
 
+BRIM_AVX512 inline bool anyFrom(__m512i limit, __m512i units) {
+    return _mm512_cmpge_epu32_mask(units, limit) != 0;
+}
+
 // The bytes of 16 units, four a unit, and which of them count.
 struct EncodedBlock {
     __m512i bytes;
@@ -508,18 +512,32 @@ struct EncodedBlock {
     bool tooBig;          // a unit above 0xFFFF: there are no bytes
 };
 
+// The marks of the bytes of `units`, of which `two` are those of two bytes and more.
+BRIM_AVX512 inline __m512i marksOf(const EncoderConstants& constants, __m512i units, __mmask16 two) {
+    const __mmask16 three = _mm512_cmpge_epu32_mask(units, constants.first3);
+    return _mm512_mask_mov_epi32(_mm512_mask_mov_epi32(constants.mark1, two, constants.mark2), three,
+                                 constants.mark3);
+}
+// `values` are the code points.
+BRIM_AVX512 inline __m512i bytesOf(const EncoderConstants& constants, __m512i values, __m512i marks,
+                                   __mmask16 two) {
+    const __m512i bits = _mm512_multishift_epi64_epi8(constants.spread, values);
+    const __m512i lanes = // (bits & sixBits) | marks
+        _mm512_ternarylogic_epi32(bits, constants.sixBits, marks, 0xEA);
+    return _mm512_mask_slli_epi32(lanes, _knot_mask16(two), values, 24);
+}
+
 // `next` is where the unit after each is; `readable` are the lanes that may be read there. `carried` is that
-// of the block before, `two` the units of two bytes and more.
-BRIM_AVX512 inline EncodedBlock encodeBlock(const EncoderConstants& constants, __m512i units, __mmask16 two,
+// of the block before.
+BRIM_AVX512 inline EncodedBlock encodeBlock(const EncoderConstants& constants, __m512i units,
                                             const wchar_t* next, std::uint32_t readable,
                                             unsigned int carried) {
-    const __mmask16 three = _mm512_cmpge_epu32_mask(units, constants.first3);
-    __m512i marks = _mm512_mask_mov_epi32(constants.mark1, two, constants.mark2);
-    marks = _mm512_mask_mov_epi32(marks, three, constants.mark3);
+    const __mmask16 two = _mm512_cmpge_epu32_mask(units, constants.first2);
+    __m512i marks = marksOf(constants, units, two);
     __m512i values = units;
     unsigned int nextCarried = 0;
-    if (_mm512_cmpge_epu32_mask(units, constants.firstHigh) != 0) {
-        if (_mm512_cmpge_epu32_mask(units, words(kFirstSupplementary)) != 0) {
+    if (anyFrom(constants.firstHigh, units)) {
+        if (anyFrom(words(kFirstSupplementary), units)) {
             return {units, 0, carried, true};
         }
         const __m512i after = _mm512_maskz_loadu_epi32(static_cast<__mmask16>(readable), next);
@@ -538,11 +556,7 @@ BRIM_AVX512 inline EncodedBlock encodeBlock(const EncoderConstants& constants, _
         marks = _mm512_maskz_mov_epi32(
             static_cast<__mmask16>(~(static_cast<unsigned int>(pairs) << 1 | carried)), marks);
     }
-    const __m512i bits = _mm512_multishift_epi64_epi8(constants.spread, values);
-    const __m512i lanes = // (bits & sixBits) | marks
-        _mm512_ternarylogic_epi32(bits, constants.sixBits, marks, 0xEA);
-    return {_mm512_mask_slli_epi32(lanes, _knot_mask16(two), units, 24), _mm512_movepi8_mask(marks),
-            nextCarried, false};
+    return {bytesOf(constants, values, marks, two), _mm512_movepi8_mask(marks), nextCarried, false};
 }
 
 // Up to 16 units, at least one: reads and writes through masks. Stops before a high surrogate at the very
@@ -555,12 +569,7 @@ BRIM_AVX512 inline EncodeProgress encodePart(const EncoderConstants& constants, 
     }
     const auto present = static_cast<std::uint32_t>(firstBits(length));
     const __m512i units = _mm512_maskz_loadu_epi32(static_cast<__mmask16>(present), src);
-    const __mmask16 two = _mm512_cmpge_epu32_mask(units, constants.first2);
-    if (two == 0) {
-        _mm_mask_storeu_epi8(dst, static_cast<__mmask16>(present), _mm512_cvtepi32_epi8(units));
-        return {src + length, dst + length};
-    }
-    const EncodedBlock block = encodeBlock(constants, units, two, src + 1, present >> 1, 0);
+    const EncodedBlock block = encodeBlock(constants, units, src + 1, present >> 1, 0);
     if (block.tooBig) {
         return {src, dst};
     }
@@ -592,10 +601,6 @@ BRIM_AVX512 inline char* encodeUpToTwoBytes(const EncoderConstants& constants, _
     const std::uint64_t kept = _pdep_u64(two, 0xAAAAAAAAAAAAAAAA) | 0x5555555555555555;
     _mm512_storeu_si512(dst, _mm512_maskz_compress_epi8(kept, lanes));
     return dst + 32 + countBits(two);
-}
-
-BRIM_AVX512 inline bool anyFrom(__m512i limit, __m512i units) {
-    return _mm512_cmpge_epu32_mask(units, limit) != 0;
 }
 
 // 128 units a step, as long as they are ASCII.
@@ -652,8 +657,7 @@ BRIM_AVX512 __attribute__((noinline)) EncodeProgress encodeLong(const wchar_t* s
         }
         for (int half = 0; half < 2; ++half) {
             const __m512i units = _mm512_loadu_si512(at.src);
-            const __mmask16 two = _mm512_cmpge_epu32_mask(units, constants.first2);
-            const EncodedBlock block = encodeBlock(constants, units, two, at.src + 1, 0xFFFF, carried);
+            const EncodedBlock block = encodeBlock(constants, units, at.src + 1, 0xFFFF, carried);
             if (block.tooBig) {
                 at.src += carried;
                 encodeByRule(at, end, end);
@@ -680,13 +684,34 @@ BRIM_AVX512 __attribute__((noinline)) EncodeProgress encodeLong(const wchar_t* s
     return at;
 }
 
+// Up to 16 units, none of them a surrogate or above, are a matter of few instructions. Null, and nothing
+// written, when that is not so.
+BRIM_AVX512 inline char* encodeUpTo16(const wchar_t* src, unsigned int length, char* dst) {
+    const EncoderConstants constants = loadEncoderConstants();
+    const auto present = static_cast<__mmask16>(firstBits(length));
+    const __m512i units = _mm512_maskz_loadu_epi32(present, src);
+    const __mmask16 two = _mm512_cmpge_epu32_mask(units, constants.first2);
+    if (two == 0) {
+        _mm_mask_storeu_epi8(dst, present, _mm512_cvtepi32_epi8(units));
+        return dst + length;
+    }
+    if (anyFrom(constants.firstHigh, units)) {
+        return nullptr;
+    }
+    const __m512i marks = marksOf(constants, units, two);
+    const std::uint64_t kept = _bzhi_u64(_mm512_movepi8_mask(marks), 4 * length);
+    const __m512i bytes = bytesOf(constants, units, marks, two);
+    const unsigned int count = countBits(kept);
+    _mm512_mask_storeu_epi8(dst, firstBits(count), _mm512_maskz_compress_epi8(kept, bytes));
+    return dst + count;
+}
+
 } // namespace
 
 BRIM_AVX512 EncodeProgress encodeUtf8Avx512(const wchar_t* src, const wchar_t* end, char* dst) noexcept {
-    if (end - src <= 16 && src != end) {
-        const EncodeProgress at = encodePart(loadEncoderConstants(), src, end, dst);
-        if (at.src == end) {
-            return at;
+    if (end - src <= 16) {
+        if (char* const dstEnd = encodeUpTo16(src, static_cast<unsigned int>(end - src), dst)) {
+            return {end, dstEnd};
         }
     }
     return encodeLong(src, end, dst);

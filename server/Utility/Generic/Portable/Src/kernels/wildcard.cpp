@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cwchar>
+#include <emmintrin.h>
 
 namespace sup::kernels {
 
@@ -138,17 +139,20 @@ private:
 } // namespace
 
 bool segmentFits(const wchar_t* text, const wchar_t* segment, std::size_t m) {
-    const wchar_t* const last = segment + m;
-    for (const wchar_t* p = segment;;) {
-        const wchar_t* const end = findAnyOne(p, last);
-        if (std::wmemcmp(text + (p - segment), p, static_cast<std::size_t>(end - p)) != 0) {
+    const auto load = [](const wchar_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); };
+    std::size_t i = 0;
+    for (; m - i >= 4; i += 4) {
+        const __m128i given = load(segment + i);
+        const __m128i fits = _mm_or_si128(_mm_cmpeq_epi32(given, load(text + i)),
+                                          _mm_cmpeq_epi32(given, _mm_set1_epi32(kAnyOne)));
+        if (_mm_movemask_epi8(fits) != 0xFFFF) {
             return false;
         }
-        if (end == last) {
-            return true;
-        }
-        p = end + 1;
     }
+    while (i < m && (segment[i] == text[i] || segment[i] == kAnyOne)) {
+        ++i;
+    }
+    return i == m;
 }
 
 // Looks for the longest part, and compares the rest where that is.
