@@ -238,10 +238,6 @@ struct Documents {
     AutoBuffer<unsigned short, 256> units;
     BrimString text;
     int elements = 0;
-    sup::LocaleConversionMap locales;
-    sup::CaseInsBrimStringMap charsets;
-    sup::SortLangMap languages;
-    sup::IconvIdentifierMap encodings;
 };
 
 std::string picture(const Documents& d) {
@@ -356,25 +352,46 @@ TEST_F(XmlWithoutMemory, DocumentsAreNotParsed) {
 
 constexpr const wchar_t* kLocaleFile = L"" BRIM_TEST_SMALL_LOCALE_FILE;
 
-TEST_F(XmlWithoutMemory, LocaleFilesAreReadInPartAtMost) {
-    expectHarmlessRefusals<Documents>({
+// Each map has an entry that the file replaces, or one that it lacks.
+struct LocaleMaps {
+    sup::LocaleConversionMap locales{{"another-name", {"before", "1"}}};
+    sup::CaseInsBrimStringMap charsets{{L"utf-8", 5U}, {L"other", 6U}};
+    sup::SortLangMap languages{{1033U, "before"}};
+    sup::IconvIdentifierMap encodings{{1, "before"}};
+};
+
+std::string picture(const LocaleMaps& maps) {
+    std::string all;
+    for (const auto& entry : maps.locales) {
+        all += std::string(entry.first.c_str()) + "=" + entry.second.first.c_str() + "," +
+               entry.second.second.c_str() + ";";
+    }
+    for (const auto& entry : maps.charsets) {
+        all += testing::PrintToString(plain(entry.first)) + "=" + std::to_string(entry.second) + ";";
+    }
+    for (const auto& entry : maps.languages) {
+        all += std::to_string(entry.first) + "=" + entry.second.c_str() + ";";
+    }
+    for (const auto& entry : maps.encodings) {
+        all += std::to_string(entry.first) + "=" + entry.second.c_str() + ";";
+    }
+    return all;
+}
+
+TEST_F(XmlWithoutMemory, LocaleFilesAreReadWholeOrNot) {
+    expectHarmlessRefusals<LocaleMaps>({
         {"PopulateLocaleConversionMap",
-         [](Documents& d) { SUPBuildMapFromXML(kLocaleFile).PopulateLocaleConversionMap(d.locales); },
-         Promise::usable},
+         [](LocaleMaps& d) { SUPBuildMapFromXML(kLocaleFile).PopulateLocaleConversionMap(d.locales); }},
         {"PopulateCharsetToCodePageMap",
-         [](Documents& d) { SUPBuildMapFromXML(kLocaleFile).PopulateCharsetToCodePageMap(d.charsets); },
-         Promise::usable},
+         [](LocaleMaps& d) { SUPBuildMapFromXML(kLocaleFile).PopulateCharsetToCodePageMap(d.charsets); }},
         {"PopulateSortLocaleIdToLangMap",
-         [](Documents& d) { SUPBuildMapFromXML(kLocaleFile).PopulateSortLocaleIdToLangMap(d.languages); },
-         Promise::usable},
+         [](LocaleMaps& d) { SUPBuildMapFromXML(kLocaleFile).PopulateSortLocaleIdToLangMap(d.languages); }},
         {"PopulateSortLangToLocaleIdMap",
-         [](Documents& d) { SUPBuildMapFromXML(kLocaleFile).PopulateSortLangToLocaleIdMap(d.charsets); },
-         Promise::usable},
+         [](LocaleMaps& d) { SUPBuildMapFromXML(kLocaleFile).PopulateSortLangToLocaleIdMap(d.charsets); }},
         {"PopulateQUAYEncoding2ICONVTrancodingIdentifierMap",
-         [](Documents& d) {
+         [](LocaleMaps& d) {
              SUPBuildMapFromXML(kLocaleFile).PopulateQUAYEncoding2ICONVTrancodingIdentifierMap(d.encodings);
-         },
-         Promise::usable},
+         }},
     });
 }
 

@@ -326,10 +326,12 @@ TEST(FirstLine, SurvivesSignalsThatTheHostHandles) {
     struct sigaction before {};
     count.sa_handler = [](int) { g_signals = g_signals + 1; };
     ASSERT_EQ(::sigaction(SIGUSR1, &count, &before), 0);
-    const BrimString line = SystemUtility::GetFirstLineFromExecutable(
-        L"printf begin; for i in 1 2 3 4 5 6 7 8 9; do kill -USR1 $PPID; done; echo ning", 100);
+    for (int i = 0; i < 5; ++i) {
+        const BrimString line = SystemUtility::GetFirstLineFromExecutable(
+            L"printf begin; for i in 1 2 3 4 5 6 7 8 9; do kill -USR1 $PPID; done; echo ning", 100);
+        EXPECT_EQ(plain(line), L"beginning");
+    }
     ::sigaction(SIGUSR1, &before, nullptr);
-    EXPECT_EQ(plain(line), L"beginning");
     EXPECT_GT(g_signals, 0);
 }
 

@@ -5,6 +5,8 @@
 #include "Utility/Generic/Portable/SUPDom.h"
 #include "Utility/Generic/Portable/SUPOS.h"
 
+#include <utility>
+
 #include <xercesc/dom/DOMException.hpp>
 #include <xercesc/dom/DOMNodeList.hpp>
 #include <xercesc/util/XMLException.hpp>
@@ -81,6 +83,21 @@ void addLocales(LocaleFile& file, sup::LocaleConversionMap& map) {
     });
 }
 
+void addCharsets(LocaleFile& file, sup::CaseInsBrimStringMap& map) {
+    file.forEach(u"CharsetToCodePage", u"Charset", [&](DOMNode* charset) {
+        const BrimString codePage = file.textOf(charset, L"CodePage");
+        if (!codePage.empty()) {
+            map[file.nameOf(charset)] = Helpers::BrimStringToUInt(codePage);
+        }
+    });
+}
+
+void addSortIds(LocaleFile& file, sup::CaseInsBrimStringMap& map) {
+    file.forEach(u"SortLangs", u"SortLang", [&](DOMNode* language) {
+        map[file.nameOf(language)] = Helpers::BrimStringToUInt(file.textOf(language, L"SortId"));
+    });
+}
+
 void addSortLanguages(LocaleFile& file, sup::SortLangMap& map) {
     file.forEach(u"SortLangs", u"SortLang", [&](DOMNode* language) {
         const unsigned int id = Helpers::BrimStringToUInt(file.textOf(language, L"SortId"));
@@ -97,6 +114,30 @@ void addIconvNames(LocaleFile& file, sup::IconvIdentifierMap& map) {
             LocaleFile::forEachChild(platform, u"QuayCode", add);
         }
     });
+}
+
+// Moves the entries of `from` to `to`, where they replace those of the same keys. Needs no memory, so a map
+// gets all of a section or, when memory ends while it is read, nothing.
+template <class Map>
+void handOver(Map& from, Map& to) noexcept {
+    while (!from.empty()) {
+        auto entry = from.extract(from.begin());
+        const auto known = to.find(entry.key());
+        if (known == to.end()) {
+            to.insert(std::move(entry));
+        } else {
+            known->second = std::move(entry.mapped());
+        }
+    }
+}
+
+// Reads the file at `path` and adds to `map` what `add` finds there.
+template <class Map, class Add>
+void populate(const BrimString& path, Map& map, Add add) {
+    LocaleFile file(path);
+    Map found;
+    add(file, found);
+    handOver(found, map);
 }
 
 void reportParserFailure(const XMLCh* message) {
@@ -135,36 +176,24 @@ SUPBuildMapFromXML::SUPBuildMapFromXML(BrimString path) : m_path(std::move(path)
 SUPBuildMapFromXML::~SUPBuildMapFromXML() = default;
 
 void SUPBuildMapFromXML::PopulateLocaleConversionMap(sup::LocaleConversionMap& map) const {
-    LocaleFile file(m_path);
-    addLocales(file, map);
+    populate(m_path, map, addLocales);
 }
 
 void SUPBuildMapFromXML::PopulateCharsetToCodePageMap(sup::CaseInsBrimStringMap& map) const {
-    LocaleFile file(m_path);
-    file.forEach(u"CharsetToCodePage", u"Charset", [&](DOMNode* charset) {
-        const BrimString codePage = file.textOf(charset, L"CodePage");
-        if (!codePage.empty()) {
-            map[file.nameOf(charset)] = Helpers::BrimStringToUInt(codePage);
-        }
-    });
+    populate(m_path, map, addCharsets);
 }
 
 void SUPBuildMapFromXML::PopulateSortLocaleIdToLangMap(sup::SortLangMap& map) const {
-    LocaleFile file(m_path);
-    addSortLanguages(file, map);
+    populate(m_path, map, addSortLanguages);
 }
 
 void SUPBuildMapFromXML::PopulateSortLangToLocaleIdMap(sup::CaseInsBrimStringMap& map) const {
-    LocaleFile file(m_path);
-    file.forEach(u"SortLangs", u"SortLang", [&](DOMNode* language) {
-        map[file.nameOf(language)] = Helpers::BrimStringToUInt(file.textOf(language, L"SortId"));
-    });
+    populate(m_path, map, addSortIds);
 }
 
 void SUPBuildMapFromXML::PopulateQUAYEncoding2ICONVTrancodingIdentifierMap(
     sup::IconvIdentifierMap& map) const {
-    LocaleFile file(m_path);
-    addIconvNames(file, map);
+    populate(m_path, map, addIconvNames);
 }
 
 void sup::readLocaleFile(const String<wchar_t>& path, LocaleConversionMap& locales,
@@ -173,9 +202,15 @@ void sup::readLocaleFile(const String<wchar_t>& path, LocaleConversionMap& local
     bool isRead = false;
     populateSafely([&] {
         LocaleFile file(path);
-        addLocales(file, locales);
-        addSortLanguages(file, sortLanguages);
-        addIconvNames(file, iconvNames);
+        LocaleConversionMap foundLocales;
+        SortLangMap foundLanguages;
+        IconvIdentifierMap foundNames;
+        addLocales(file, foundLocales);
+        addSortLanguages(file, foundLanguages);
+        addIconvNames(file, foundNames);
+        handOver(foundLocales, locales);
+        handOver(foundLanguages, sortLanguages);
+        handOver(foundNames, iconvNames);
         isRead = file.isRead();
     });
     if (!isRead) {

@@ -131,13 +131,15 @@ void SystemUtility::GetHostIPAddresses(int family, const String& host, BrimStrin
     }
     const Addresses addresses(narrow.c_str(), family == AF_INET || family == AF_INET6 ? family : AF_UNSPEC,
                               0);
+    BrimStringVector found; // `list` gets all or, without memory, none
     for (const struct addrinfo* address = addresses.first(); address != nullptr; address = address->ai_next) {
         char text[kHostBuffer];
         if (::getnameinfo(address->ai_addr, address->ai_addrlen, text, sizeof(text), nullptr, 0,
                           NI_NUMERICHOST) == 0) {
-            list.push_back(widen(text));
+            found.push_back(widen(text));
         }
     }
+    list.insert(list.end(), found.begin(), found.end());
 }
 
 void MachineIP::RetrievingIP() {
