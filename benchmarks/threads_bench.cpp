@@ -2,6 +2,7 @@
 #include "Utility/Generic/Portable/SUPPerfTimeInterval.h"
 #include "Utility/Generic/Portable/SUPThreadLocalStorage.h"
 
+#include <QThreadStorage>
 #include <benchmark/benchmark.h>
 
 #include <chrono>
@@ -49,6 +50,20 @@ public:
 
 private:
     pthread_key_t m_key;
+};
+
+// An object of the program for each value: Qt has no keys. Of a pointer it would own the target.
+class QThreadStorage {
+public:
+    explicit QThreadStorage(void* value) { store(value); }
+    void* value() const { return m_storage.localData().value; }
+    void store(void* value) const { m_storage.setLocalData({value}); }
+
+private:
+    struct Value {
+        void* value;
+    };
+    mutable ::QThreadStorage<Value> m_storage;
 };
 
 // The cheapest there is: an element of an array of the program itself.
@@ -132,6 +147,7 @@ void BM_ThreadValue(benchmark::State& state) {
 }
 BENCHMARK_TEMPLATE(BM_ThreadValue, Brim)->Arg(1)->Arg(4)->Arg(16)->Arg(60);
 BENCHMARK_TEMPLATE(BM_ThreadValue, PthreadKey)->Arg(1)->Arg(4)->Arg(16)->Arg(60);
+BENCHMARK_TEMPLATE(BM_ThreadValue, QThreadStorage)->Arg(1)->Arg(4)->Arg(16)->Arg(60);
 BENCHMARK_TEMPLATE(BM_ThreadValue, NativeThreadLocal)->Arg(1)->Arg(4)->Arg(16)->Arg(60);
 BENCHMARK_TEMPLATE(BM_ThreadValue, StdMap)->Arg(1)->Arg(4)->Arg(16)->Arg(60);
 

@@ -73,6 +73,21 @@ const brimtest::FreshProcess kCountsBeforeAndAfterTheFirstThread("CountsBeforeAn
     std::printf("%d\n", count.decrement());
 });
 
+TEST(IntegralAtomic, ReleaseTellsTheLast) {
+    const auto countDown = [] {
+        IntegralAtomic<int, false> count;
+        count.initialize(3);
+        EXPECT_FALSE(count.release());
+        EXPECT_FALSE(count.release());
+        EXPECT_EQ(count.get(), 1);
+        EXPECT_TRUE(count.release());
+        EXPECT_EQ(count.get(), 0);
+    };
+    countDown();
+    std::thread([] {}).join(); // from here on the steps are locked
+    countDown();
+}
+
 TEST(IntegralAtomic, CountsAcrossTheStartOfTheFirstThread) {
     const brimtest::ChildResult result = kCountsBeforeAndAfterTheFirstThread.run();
     EXPECT_EQ(result.exitCode(), 0) << result;

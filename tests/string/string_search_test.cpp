@@ -1,11 +1,15 @@
 // sup::String: searching, comparing, sub-strings, and calls with a literal 0.
 #include "Utility/Generic/Portable/SUPString.h"
 
+#include "kernel_levels.h"
 #include "string_test_support.h"
 
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <cstring>
+#include <cwchar>
+#include <random>
 #include <string>
 
 namespace {
@@ -188,6 +192,38 @@ TYPED_TEST(StringFind, TextIsFoundOnlyBeforeTheNextZero) {
     this->expectFound(s, TEXT("cd"), 3, 3);
     this->expectFound(s, TEXT("ab"), 3, S::npos);
     this->expectFound(s, TEXT("b"), 7, 7);
+}
+
+const wchar_t* findByTheCLibrary(const wchar_t* text, const wchar_t* pattern) {
+    return std::wcsstr(text, pattern);
+}
+const char* findByTheCLibrary(const char* text, const char* pattern) { return std::strstr(text, pattern); }
+
+TYPED_TEST(StringFind, RandomTextsAreFoundAsByTheCLibrary) {
+    using S = sup::String<TypeParam>;
+    constexpr unsigned kSeed = 64;
+    SCOPED_TRACE(testing::Message() << "seed " << kSeed);
+    atEachLevel([this] {
+        std::mt19937 random(kSeed);
+        const auto randomText = [&random](std::size_t n, unsigned int zeros) {
+            S text;
+            for (std::size_t i = 0; i < n; ++i) {
+                text.push_back(zeros != 0 && random() % zeros == 0
+                                   ? TypeParam()
+                                   : static_cast<TypeParam>('a' + (random() % 8 == 0) + (random() % 9 == 0)));
+            }
+            return text;
+        };
+        for (int round = 0; round < 4000; ++round) {
+            // Up to 64 characters have a way of their own, and so have more than a few hundred.
+            const S text = randomText(random() % (round % 8 == 0 ? 1500 : 130), round % 3 == 0 ? 40 : 0);
+            const S pattern = randomText(1 + random() % (round % 5 == 0 ? 40 : 5), 0);
+            const std::size_t pos = text.empty() ? 0 : random() % text.length();
+            const TypeParam* const found = findByTheCLibrary(text.c_str() + pos, pattern.c_str());
+            this->expectFound(text, pattern.c_str(), pos,
+                              found == nullptr ? S::npos : static_cast<std::size_t>(found - text.c_str()));
+        }
+    });
 }
 
 TYPED_TEST(StringFind, RfindFindsTheLast) {

@@ -2,6 +2,8 @@
 #include "Utility/Generic/Portable/SUPBString.h"
 
 #include "bytestring_test_support.h"
+#include "kernel_levels.h"
+#include "test_locale.h"
 
 #include <gtest/gtest.h>
 
@@ -483,6 +485,63 @@ TEST(StringCompareIgnoreCase, EveryPairOfCharactersInEveryForm) {
             }
         }
     }
+}
+
+// Texts of Latin letters that are equal but for case, for one place at most, or for their ends.
+void expectOrderOfRandomTexts() {
+    using namespace sup::string_details;
+    constexpr unsigned kSeed = 256;
+    SCOPED_TRACE(testing::Message() << "seed " << kSeed);
+    std::mt19937 random(kSeed);
+    const auto swapCase = [](wchar_t c) {
+        const auto code = static_cast<std::wint_t>(c);
+        const std::wint_t other = std::iswupper(code) != 0 ? std::towlower(code) : std::towupper(code);
+        return other <= 0xFF ? static_cast<wchar_t>(other) : c;
+    };
+    for (int round = 0; round < 2000; ++round) {
+        const std::size_t n = round % 4 == 0 ? 250 + random() % 300 : random() % 40;
+        std::wstring a(n, L'\0');
+        std::wstring b(n, L'\0');
+        for (std::size_t i = 0; i < n; ++i) {
+            a[i] = static_cast<wchar_t>(random() % 4 == 0 ? random() % 256 : 'A' + random() % 58);
+            b[i] = random() % 2 == 0 ? swapCase(a[i]) : a[i];
+        }
+        if (n != 0 && round % 2 == 0) {
+            b[random() % n] = static_cast<wchar_t>(random() % 256);
+        }
+        a.resize(n - (n == 0 ? 0 : random() % 2));
+        const std::basic_string<unsigned char> aBytes(a.begin(), a.end());
+        const std::basic_string<unsigned char> bBytes(b.begin(), b.end());
+        const int expected = modelCompareIgnoreCase(a, b);
+        ASSERT_EQ(sign(StringCompareI(a.data(), a.size(), b.data(), b.size())), expected);
+        ASSERT_EQ(sign(StringCompareI(aBytes.data(), a.size(), bBytes.data(), b.size())), expected);
+        ASSERT_EQ(sign(StringCompareI2(aBytes.data(), a.size(), b.data(), b.size())), expected);
+        ASSERT_EQ(sign(StringCompareI2(a.data(), a.size(), bBytes.data(), b.size())), expected);
+        const std::string aNarrow(a.begin(), a.end());
+        const std::string bNarrow(b.begin(), b.end());
+        ASSERT_EQ(sign(StringCompareI(aNarrow.data(), a.size(), bNarrow.data(), b.size())),
+                  modelCompareIgnoreCase(aNarrow, bNarrow));
+    }
+}
+
+TEST(StringCompareIgnoreCase, TextsOfAllLengthsFollowTheLocale) {
+    for (const char* const name : kLocales) {
+        const CharacterLocale locale(name);
+        ASSERT_TRUE(locale.isSet()) << name;
+        brimtest::atEachLevel([] { expectOrderOfRandomTexts(); });
+    }
+}
+
+TEST(StringCompareIgnoreCase, TurkishDotsCount) {
+    using namespace sup::string_details;
+    EXPECT_EQ(StringCompareI(L"TITLE", 5, L"title", 5), 0);
+    const brimtest::CompiledLocale locale("tr_TR");
+    if (!locale.isSet()) {
+        GTEST_SKIP() << "localedef makes no tr_TR here";
+    }
+    EXPECT_NE(StringCompareI(L"TITLE", 5, L"title", 5), 0);
+    EXPECT_EQ(StringCompareI(L"TITLE", 5, L"t\u0131tle", 5), 0);
+    expectOrderOfRandomTexts();
 }
 
 TEST(StringCompareIgnoreCase, ShorterIsLessAndNothingIsEqual) {

@@ -3,6 +3,7 @@
 #include "Utility/Generic/Portable/transcodercache.h"
 #include "child_process.h"
 #include "guarded_buffer.h"
+#include "kernels/utf8_wellformed.h"
 #include "transcodingimplutf8.h"
 #include "utf8_model.h"
 
@@ -179,7 +180,16 @@ protected:
         if (result && !m_units.fenceIsWhole(text.size(), kUnitFill)) {
             return AssertionFailure() << "wrote before the destination:" << hex(text);
         }
-        return result;
+        return result ? judge(src, text.size()) : result;
+    }
+    AssertionResult judge(const char* src, std::size_t length) {
+        const std::size_t wellFormed = m_kernels->wellFormedUtf8(src, length);
+        const auto expected = static_cast<std::size_t>(sup::kernels::skipWellFormed(src, src + length) - src);
+        if (wellFormed == expected) {
+            return AssertionSuccess();
+        }
+        return AssertionFailure() << nameOf(GetParam()) << " finds " << wellFormed << " well-formed bytes in"
+                                  << hex(std::string_view(src, length)) << "; should find " << expected;
     }
     AssertionResult encode(std::wstring_view text) {
         wchar_t* const src = m_units.last(text.size());
@@ -516,6 +526,30 @@ TEST_P(Utf8Kernels, TakeNothingFromNothing) {
     EXPECT_EQ(m_kernels->decodeUtf8(nullptr, nullptr, nullptr).dst, nullptr);
     EXPECT_EQ(m_kernels->encodeUtf8(nullptr, nullptr, nullptr).dst, nullptr);
     EXPECT_EQ(m_kernels->exactUtf8Size(nullptr, 0), 0U);
+    EXPECT_EQ(m_kernels->wellFormedUtf8(nullptr, 0), 0U);
+}
+
+// Whatever comes before, the first malformed sequence is found where it begins.
+TEST_P(Utf8Kernels, FindTheFirstMalformedSequence) {
+    constexpr std::uint32_t kSeed = 4307;
+    Texts texts(kSeed);
+    for (const int script : {0, 2, 3, 4}) {
+        for (std::size_t place = 0; place <= 200; place += kPlaceStep) {
+            const std::wstring before = texts.units(script, place);
+            const std::string head = Utf8Model::encode(before, 4 * before.size() + 1).written;
+            for (const std::string_view malformed :
+                 {"\x80", "\xC0\x80", "\xC3", "\xE0\x9F\xBF", "\xE2\x82", "\xED\xA0\x80", "\xED\xBF\xBF",
+                  "\xF0\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xFF"}) {
+                const std::string text = head + std::string(malformed) + "and more of it";
+                ASSERT_EQ(m_kernels->wellFormedUtf8(text.data(), text.size()), head.size())
+                    << "seed " << kSeed << hex(text);
+                ASSERT_EQ(m_kernels->wellFormedUtf8(text.data(), head.size() + malformed.size()), head.size())
+                    << "seed " << kSeed << hex(text);
+                ASSERT_EQ(m_kernels->wellFormedUtf8(text.data(), head.size()), head.size())
+                    << "seed " << kSeed << hex(head);
+            }
+        }
+    }
 }
 
 TEST_P(Utf8Kernels, KnowTheirLevel) { EXPECT_EQ(m_kernels->level, GetParam()); }

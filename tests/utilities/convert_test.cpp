@@ -526,7 +526,7 @@ TEST(Conversion, ReleasesItsBuffersWhenMemoryRunsOut) {
             }
             ASSERT_EQ(RecordingAllocator::liveBlocks(), live) << name << ", request " << n;
             if (!refusal.happened()) {
-                EXPECT_GT(n, 2) << name << " asks for a buffer and for the result";
+                EXPECT_GT(n, 1) << name << " asks for the result, and may ask for a buffer";
                 return;
             }
         }

@@ -2,13 +2,18 @@
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
 
 #include "escapes_model.h"
+#include "guarded_buffer.h"
 #include "kernel_levels.h"
+#include "kernels/base64.h"
+#include "kernels/escape.h"
 #include "test_locale.h"
 #include "wide_texts.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -104,6 +109,94 @@ TEST(UriEncode, AgreesWithTheModelOnLongTexts) {
         ASSERT_EQ(encoded(text), modelUriEncode(text)) << "seed " << kSeed << ", length " << n;
         ASSERT_EQ(decoded(encoded(text)), modelUriDecode(modelUriEncode(text), false)) << "length " << n;
     }
+}
+
+// Each kernel gets exactly the room that it asks for, and no character more to read.
+TEST(UriEncode, AgreesWithTheModelAtEveryLevelAndLength) {
+    const brimtest::ScopedLocale locale("C.utf8");
+    BRIM_SKIP_WITHOUT(locale)
+    brimtest::atEachLevel([] {
+        constexpr std::uint64_t kSeed = 7404;
+        RandomTexts random(kSeed);
+        for (std::size_t n = 0; n < 150; ++n) {
+            for (const std::wstring_view alphabet :
+                 {std::wstring_view(L"abc /%"), std::wstring_view(L"abcdefgh\u00E9\u00D7~\u0416", 12),
+                  std::wstring_view(L"aB09-_.!'()*~ \t\n\0\"<>\\^\x7F\x80\xFF\u0100", 26)}) {
+                const std::wstring text = random.textOf(alphabet, n);
+                ASSERT_EQ(encoded(text), modelUriEncode(text)) << "seed " << kSeed << ", length " << n;
+            }
+        }
+    });
+}
+
+TEST(UriEncode, TheKernelStaysInsideItsRoom) {
+    sup::kernels::UriPieces pieces;
+    std::fill(std::begin(pieces), std::end(pieces), 3U << 24 | 0x464625U);
+    brimtest::atEachLevel([&] {
+        brimtest::GuardedBuffer<wchar_t> source(300);
+        brimtest::GuardedBuffer<wchar_t> room(3 * 300 + 4);
+        for (std::size_t n = 0; n <= 300; ++n) {
+            wchar_t* const text = source.last(n);
+            std::fill_n(text, n, L'\xFF');
+            wchar_t* const out = room.last(3 * n + 4);
+            const sup::kernels::EscapeProgress done = sup::kernels::encodeUri(pieces, text, n, out);
+            ASSERT_EQ(done.read, n);
+            ASSERT_EQ(std::wstring_view(out, done.written).substr(0, 6), n == 0   ? L""
+                                                                         : n == 1 ? L"%FF"
+                                                                                  : L"%FF%FF");
+            ASSERT_EQ(done.written, 3 * n);
+        }
+    });
+}
+
+TEST(UriDecode, AgreesWithTheModelAtEveryLevelAndLength) {
+    const std::wstring_view pieces[] = {L"abcdefghijklmnopqrstuvwxyz",
+                                        L"+",
+                                        L"%41",
+                                        L"%2f",
+                                        L"%2F",
+                                        L"%00",
+                                        L"%C3%A9",
+                                        L"%u20AC",
+                                        L"%",
+                                        L"%4",
+                                        L"%g1",
+                                        L"\u4E00",
+                                        L"%%41",
+                                        L"-"};
+    brimtest::atEachLevel([&] {
+        constexpr std::uint64_t kSeed = 7405;
+        RandomTexts random(kSeed);
+        for (int i = 0; i < 4000; ++i) {
+            // Mostly what is decoded by blocks, which then begin anywhere.
+            const std::size_t kinds = i % 2 == 0 ? 5 : std::size(pieces);
+            std::wstring text;
+            for (std::size_t n = random.below(60); n != 0; --n) {
+                const std::wstring_view piece = pieces[random.below(kinds)];
+                text += piece.substr(0, piece.size() == 26 ? random.below(27) : piece.size());
+            }
+            ASSERT_EQ(decoded(text), modelUriDecode(text, false))
+                << "seed " << kSeed << ", round " << i << ": " << ::testing::PrintToString(text);
+        }
+    });
+}
+
+TEST(UriDecode, TheKernelStaysInsideItsRoom) {
+    brimtest::atEachLevel([&] {
+        brimtest::GuardedBuffer<wchar_t> source(400);
+        brimtest::GuardedBuffer<wchar_t> room(400 + 64);
+        for (std::size_t n = 0; n <= 400; ++n) {
+            for (const std::wstring_view unit : {std::wstring_view(L"a"), std::wstring_view(L"%41")}) {
+                wchar_t* const text = source.last(n);
+                for (std::size_t i = 0; i < n; ++i) {
+                    text[i] = unit[i % unit.size()];
+                }
+                const sup::kernels::EscapeProgress done = sup::kernels::decodeUri(text, n, room.last(n + 64));
+                ASSERT_LE(done.read, n);
+                ASSERT_TRUE(done.read == n || text[done.read] == L'%') << n;
+            }
+        }
+    });
 }
 
 TEST(UriDecode, UndoesTheEncodingOfAsciiTexts) {
@@ -261,6 +354,66 @@ TEST(Base64, AgreesWithTheModelsOnEveryLength) {
     }
 }
 
+TEST(Base64, AgreesWithTheModelsAtEveryLevel) {
+    brimtest::atEachLevel([] {
+        constexpr std::uint64_t kSeed = 7804;
+        RandomTexts random(kSeed);
+        for (std::size_t length = 0; length < 5000; length += length < 260 ? 1 : 613) {
+            Bytes bytes(length);
+            for (unsigned char& byte : bytes) {
+                byte = static_cast<unsigned char>(random.below(256));
+            }
+            const std::wstring text = modelBase64(bytes, false);
+            ASSERT_EQ(plain(BaseStringUtil::EncodeBase64(bytes, false)), text)
+                << "seed " << kSeed << ", " << length;
+            ASSERT_EQ(plain(BaseStringUtil::EncodeBase64(bytes, true)), modelBase64(bytes, true))
+                << "seed " << kSeed << ", " << length;
+            ASSERT_EQ(base64Decoded(std::string(text.begin(), text.end())), bytes)
+                << "seed " << kSeed << ", " << length;
+        }
+    });
+}
+
+TEST(Base64Decode, AnyCharacterOutsideTheAlphabetEndsItAtEveryPlaceAndLevel) {
+    brimtest::atEachLevel([] {
+        for (std::size_t length = 1; length < 160; length += 1 + length / 9) {
+            for (std::size_t place = 0; place < length; ++place) {
+                Bytes text(length, static_cast<unsigned char>('z'));
+                for (const char c : std::string_view("\0,.:@[`{\x7F\x80\xAB\xE1\xFF", 13)) {
+                    text[place] = static_cast<unsigned char>(c);
+                    ASSERT_EQ(base64Decoded(text, static_cast<int>(length)), modelBase64Decode(text))
+                        << length << ", " << place << ", " << static_cast<int>(c);
+                }
+            }
+        }
+        for (int c = 0; c < 256; ++c) { // in a block that is looked at as a whole
+            Bytes text(80, static_cast<unsigned char>('A'));
+            text[37] = static_cast<unsigned char>(c);
+            ASSERT_EQ(base64Decoded(text, 80), modelBase64Decode(text)) << c;
+        }
+    });
+}
+
+TEST(Base64, TheKernelsStayInsideTheirRoom) {
+    brimtest::atEachLevel([] {
+        brimtest::GuardedBuffer<unsigned char> bytes(3 * 200);
+        brimtest::GuardedBuffer<char> text(4 * 200);
+        brimtest::GuardedBuffer<unsigned char> back(3 * 200);
+        for (std::size_t groups = 0; groups <= 200; ++groups) {
+            unsigned char* const from = bytes.last(3 * groups);
+            for (std::size_t i = 0; i < 3 * groups; ++i) {
+                from[i] = static_cast<unsigned char>(i * 77);
+            }
+            char* const encodedText = text.last(4 * groups);
+            sup::kernels::encodeBase64(from, groups, encodedText);
+            unsigned char* const to = back.last(3 * groups);
+            ASSERT_EQ(sup::kernels::decodeBase64(reinterpret_cast<unsigned char*>(encodedText), groups, to),
+                      groups);
+            ASSERT_TRUE(std::equal(from, from + 3 * groups, to)) << groups;
+        }
+    });
+}
+
 TEST(Base64Decode, StopsAtTheFirstCharacterOutsideTheAlphabet) {
     const Bytes foo = bytesOf("foo");
     for (const char* const text :
@@ -337,6 +490,29 @@ TEST(EscapeXMLChars, AgreesWithTheModelOnRandomTexts) {
                 << "seed " << kSeed << ", round " << i;
         }
     });
+}
+
+TEST(EscapeXMLChars, TheKernelStaysInsideItsRoom) {
+    brimtest::GuardedBuffer<wchar_t> source(70);
+    brimtest::GuardedBuffer<wchar_t> room(6 * 70 + 3);
+    for (std::size_t n = 0; n <= 70; ++n) {
+        wchar_t* const text = source.last(n);
+        std::fill_n(text, n, L'"');
+        wchar_t* const out = room.last(6 * n + 3);
+        ASSERT_EQ(sup::kernels::escapeXml(text, n, out), 6 * n);
+        ASSERT_EQ(std::wstring(out, 6 * n), modelEscapeXml(std::wstring(text, n)));
+    }
+}
+
+TEST(EscapeXMLChars, WhatLooksLikeASpecialCharacterWhenItIsNarrowedStays) {
+    std::wstring text;
+    for (const wchar_t c : {L'"', L'\'', L'&', L'<', L'>'}) {
+        for (const int far : {0x80, 0x100, 0x8000, 0x10000, 0x7FFFFF00}) {
+            text += static_cast<wchar_t>(c + far);
+        }
+        text += static_cast<wchar_t>(static_cast<std::uint32_t>(c) | 0x80000000U);
+    }
+    EXPECT_EQ(plain(BaseStringUtil::EscapeXMLChars(brim(text))), text);
 }
 
 TEST(EscapeCharacter, PutsTheEscapeBeforeItselfAndTheSpecialCharacter) {

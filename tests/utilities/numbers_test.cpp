@@ -1,6 +1,7 @@
 // Numbers to text and back, next to the C library's own formatting and scanning in several locales.
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
 
+#include "kernels/decimal.h"
 #include "numbers_model.h"
 #include "test_locale.h"
 #include "wide_texts.h"
@@ -12,6 +13,8 @@
 #include <cfloat>
 #include <climits>
 #include <cmath>
+#include <cstdint>
+#include <cstdlib>
 #include <limits>
 #include <string>
 #include <string_view>
@@ -124,6 +127,31 @@ void compareDoublesWithTheCLibrary() {
         expectWrittenAsByTheCLibrary(static_cast<double>(random.below(100000)) /
                                      std::pow(10.0, static_cast<double>(random.below(12))));
         expectWrittenAsByTheCLibrary(static_cast<double>(random.bits() >> random.below(64)));
+    }
+}
+
+// Those that are written without an exponent, as far as that goes, and rounded in every way.
+void compareUsualDoublesWithTheCLibrary() {
+    constexpr std::uint64_t kSeed = 7005;
+    RandomTexts random(kSeed);
+    for (int exponent = -6; exponent <= 17; ++exponent) {
+        const double power = std::pow(10.0, exponent);
+        for (const double value :
+             {power, std::nextafter(power, 0.0), std::nextafter(power, 1e300), 9.5 * power,
+              power - power * 1e-15, power - power * 5e-16, power - power * 4e-16}) {
+            expectWrittenAsByTheCLibrary(value);
+            expectWrittenAsByTheCLibrary(-value);
+        }
+        for (int i = 0; i < 1500 && !::testing::Test::HasFailure(); ++i) {
+            SCOPED_TRACE(::testing::Message()
+                         << "seed " << kSeed << ", exponent " << exponent << ", round " << i);
+            const auto digits = static_cast<double>(random.bits() >> 11) * 0x1p-53;
+            expectWrittenAsByTheCLibrary(digits * power);
+            // Integers and a half, a quarter ...: many are exactly between two texts.
+            expectWrittenAsByTheCLibrary(
+                std::ldexp(static_cast<double>(random.bits() >> (11 + random.below(40))),
+                           -static_cast<int>(random.below(60))));
+        }
     }
 }
 
@@ -243,6 +271,8 @@ TEST(ShortStringFrom, HasFifteenDigitsAtMost) {
 
 TEST(StringFrom, DoublesAreAsByTheCLibrary) { compareDoublesWithTheCLibrary(); }
 
+TEST(StringFrom, DoublesWithoutAnExponentAreAsByTheCLibrary) { compareUsualDoublesWithTheCLibrary(); }
+
 // ---- Text to numbers --------------------------------------------------------------------------------------
 
 TEST(NumberFrom, ResultsAreCutToTheirWidth) {
@@ -261,6 +291,14 @@ TEST(NumberFrom, WhatIsBeyondTheScannerSaturatesBeforeTheCut) {
     EXPECT_EQ(BaseStringUtil::UIntFrom(BrimString(L"99999999999999999999")), UINT_MAX);
     EXPECT_EQ(BaseStringUtil::FloatFrom(BrimString(L"1e999")), std::numeric_limits<double>::infinity());
     EXPECT_EQ(BaseStringUtil::Float32From(BrimString(L"1e39")), std::numeric_limits<float>::infinity());
+}
+
+TEST(NumberFrom, TheFarthestCharactersAreNoDigits) {
+    for (const wchar_t c : {std::numeric_limits<wchar_t>::min(), std::numeric_limits<wchar_t>::max(),
+                            static_cast<wchar_t>(L'0' + (1LL << 31))}) {
+        expectReadAsByTheCLibrary({c});
+        expectReadAsByTheCLibrary({L'7', c, L'8'});
+    }
 }
 
 TEST(NumberFrom, BlanksBeforeAndTextBehindTheNumberDoNotCount) {
@@ -301,6 +339,52 @@ TEST(NumberFrom, ReadsAsTheCLibraryAroundTheLimits) {
 }
 
 TEST(NumberFrom, ReadsAsTheCLibraryDoes) { compareScanningWithTheCLibrary(); }
+
+// `digits` * 10^`power` by the C library.
+void expectDecimalAsByTheCLibrary(unsigned long digits, int power) {
+    const std::string text = std::to_string(digits) + "e" + std::to_string(power);
+    const double expected = std::strtod(text.c_str(), nullptr);
+    double value = -1;
+    if (sup::kernels::decimalToDouble(digits, power, value)) {
+        ASSERT_EQ(std::bit_cast<std::uint64_t>(value), std::bit_cast<std::uint64_t>(expected)) << text;
+    } else {
+        ASSERT_FALSE(std::isnormal(expected) && expected > DBL_MIN) << text;
+        ASSERT_EQ(value, -1) << text;
+    }
+}
+
+TEST(DecimalToDouble, IsAsByTheCLibrary) {
+    constexpr std::uint64_t kSeed = 7006;
+    RandomTexts random(kSeed);
+    for (int i = 0; i < 100000 && !HasFatalFailure(); ++i) {
+        SCOPED_TRACE(::testing::Message() << "seed " << kSeed << ", round " << i);
+        const std::uint64_t digits = random.bits() >> random.below(64);
+        expectDecimalAsByTheCLibrary(digits, static_cast<int>(random.below(700)) - 360);
+        expectDecimalAsByTheCLibrary(digits, static_cast<int>(random.below(60)) - 30);
+    }
+    for (int power = -360; power <= 320; ++power) {
+        for (const unsigned long digits : {0UL, 1UL, 9UL, 1UL << 53, (1UL << 53) + 1, ~0UL, 1UL << 63}) {
+            expectDecimalAsByTheCLibrary(digits, power);
+        }
+    }
+}
+
+TEST(DecimalToDouble, HalvesGoToTheEvenOne) {
+    constexpr std::uint64_t kSeed = 7007;
+    RandomTexts random(kSeed);
+    for (int i = 0; i < 20000 && !HasFatalFailure(); ++i) {
+        SCOPED_TRACE(::testing::Message() << "seed " << kSeed << ", round " << i);
+        // One bit more than a double has, times powers of ten and of two.
+        const std::uint64_t half = (1UL << 53 | random.bits() >> 11) * 2 + 1;
+        const std::uint64_t shorter = half >> random.below(30) | 1;
+        for (int power = -4; power <= 24; ++power) {
+            expectDecimalAsByTheCLibrary(half, power);
+            expectDecimalAsByTheCLibrary(shorter, power);
+        }
+        expectDecimalAsByTheCLibrary((half >> 20 | 1) * 10000, -4);
+        expectDecimalAsByTheCLibrary(half << random.below(10), 0);
+    }
+}
 
 TEST(IsNumber, IsTrueWhenTheTextIsReadToItsEnd) {
     EXPECT_TRUE(BaseStringUtil::IsInteger(BrimString())) << "the empty text is read at once";

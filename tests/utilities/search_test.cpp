@@ -213,6 +213,46 @@ TEST(PatternMatches, AgreeWithTheModelsAtEveryLevel) {
     });
 }
 
+TEST(PatternMatches, AgreeWithTheModelsOnShortTextsAtEveryLevel) {
+    brimtest::atEachLevel([] {
+        constexpr std::uint64_t kSeed = 7307;
+        RandomTexts random(kSeed);
+        brimtest::GuardedBuffer<wchar_t> textRoom(200);
+        brimtest::GuardedBuffer<wchar_t> patternRoom(200);
+        for (std::size_t n = 1; n <= 150; ++n) {
+            for (int round = 0; round < 20; ++round) {
+                const std::wstring text = random.textOf(round % 2 == 0 ? L"ab" : L"abcdefgh", n);
+                const std::size_t m = 1 + random.below(std::min<std::size_t>(n, 20));
+                std::wstring pattern = text.substr(random.below(n - m + 1), m);
+                if (random.flip()) {
+                    pattern[random.below(m)] = L'a';
+                }
+                const wchar_t* const t = std::copy(text.begin(), text.end(), textRoom.last(n)) - n;
+                const wchar_t* const p = std::copy(pattern.begin(), pattern.end(), patternRoom.last(m)) - m;
+                ASSERT_EQ(sup::kernels::findText(t, n, p, m), std::min(text.find(pattern), n))
+                    << "seed " << kSeed << ": " << ::testing::PrintToString(text) << ", "
+                    << ::testing::PrintToString(pattern);
+            }
+        }
+    });
+}
+
+TEST(PatternMatches, FindSingleCharactersAtEveryPlaceAndLevel) {
+    brimtest::atEachLevel([] {
+        constexpr std::size_t kRoom = 800;
+        brimtest::GuardedBuffer<wchar_t> room(kRoom);
+        for (std::size_t n = 1; n <= kRoom; n += n < 480 ? 53 : 7) {
+            wchar_t* const text = room.last(n);
+            std::fill_n(text, n, L'-');
+            ASSERT_EQ(sup::kernels::findText(text, n, L"x", 1), n);
+            for (std::size_t place = n; place-- != 0;) {
+                text[place] = L'x'; // and behind it too
+                ASSERT_EQ(sup::kernels::findText(text, n, L"x", 1), place) << n;
+            }
+        }
+    });
+}
+
 TEST(PatternMatches, GetThroughTextsThatDeceiveEveryProbe) {
     // Each word is the two before it together, the most repetitive of texts without a period.
     std::wstring text = L"b";

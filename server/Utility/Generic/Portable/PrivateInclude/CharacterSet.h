@@ -19,6 +19,10 @@ public:
     CharacterSet(const wchar_t* first, const wchar_t* last);
 
     bool contains(wchar_t c) const noexcept {
+        if (m_nFew != 0) {
+            return std::any_of(m_few, m_few + m_nFew,
+                               [c](__m128i one) { return c == (_mm_cvtsi128_si32(one) & 0x7F); });
+        }
         return isLow(c) ? m_low[c] : std::binary_search(m_others.data(), m_others.data() + m_nOthers, c);
     }
 
@@ -32,6 +36,12 @@ public:
             places |= (contains(p[i]) ? 1U : 0U) << i;
         }
         return places;
+    }
+
+    /// The same of the `n` characters, kBlock at most, from `at` on in a text; it may be read before them.
+    unsigned int placesAt(const wchar_t* text, std::size_t at, std::size_t n) const noexcept {
+        const std::size_t missing = kBlock - n;
+        return at >= missing ? placesIn(text + at - missing, kBlock) >> missing : placesIn(text + at, n);
     }
 
     struct Counts {
@@ -64,7 +74,7 @@ private:
         return static_cast<unsigned int>(_mm_movemask_epi8(any));
     }
 
-    bool m_low[256] = {};
+    bool m_low[256]; // set unless they are ASCII and few
     bool m_isAscii;
     // Of an ASCII set: by the low half of a character, the bits of the high halves.
     alignas(16) unsigned char m_halves[16] = {};
@@ -91,7 +101,7 @@ public:
             const std::size_t count = std::min(m_n - m_ahead, CharacterSet::kBlock);
             m_block = m_ahead;
             m_ahead += count;
-            m_places = (m_set.placesIn(m_text + m_block, count) ^ m_flip) & ((1U << count) - 1);
+            m_places = (m_set.placesAt(m_text, m_block, count) ^ m_flip) & ((1U << count) - 1);
             if (m_places == 0) {
                 m_ahead = m_set.skip(m_text, m_n, m_ahead, m_flip != 0);
             }

@@ -1,4 +1,4 @@
-// The digits that the print writers index, and behind them the mark that ends truncated output.
+// The hexadecimal digits, and behind them the mark that ends truncated output.
 #pragma once
 
 #include <cstddef>

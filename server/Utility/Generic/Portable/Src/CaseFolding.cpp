@@ -32,8 +32,8 @@ __m128i bitOfRange(__m128i x, char first, char last, int bit) {
 
 // Reads and writes whole blocks of four characters inside [0, n), then single ones.
 template <class Fold>
-wchar_t* foldText(const Fold& fold, bool plainAscii, char firstLetter, const wchar_t* src, std::size_t n,
-                  wchar_t* dst) {
+wchar_t* foldPlain(const Fold& fold, bool plainAscii, char firstLetter, const wchar_t* src, std::size_t n,
+                   wchar_t* dst) {
     const char lastLetter = static_cast<char>(firstLetter + 25);
     std::size_t i = 0;
     for (; i + 4 <= n; i += 4) {
@@ -53,6 +53,38 @@ wchar_t* foldText(const Fold& fold, bool plainAscii, char firstLetter, const wch
     return dst + n;
 }
 
+// Blocks of 16 characters, the last one through masks. What is neither ASCII nor in the table is folded
+// singly.
+template <class Fold>
+BRIM_AVX512 wchar_t* foldAvx512(const Fold& fold, bool plainAscii, char firstLetter, const wchar_t* alphabets,
+                                std::uint32_t limit, const wchar_t* src, std::size_t n, wchar_t* dst) {
+    constexpr std::size_t kBlock = 16;
+    for (std::size_t i = 0; i < n; i += kBlock) {
+        const std::size_t count = std::min(n - i, kBlock);
+        const auto lanes = static_cast<__mmask16>(_bzhi_u32(0xFFFF, static_cast<unsigned int>(count)));
+        const __m512i x = _mm512_maskz_loadu_epi32(lanes, src + i);
+        if (plainAscii && _mm512_test_epi32_mask(x, _mm512_set1_epi32(~0x7F)) == 0) {
+            const __mmask16 isLetter = _mm512_cmplt_epu32_mask(
+                _mm512_sub_epi32(x, _mm512_set1_epi32(firstLetter)), _mm512_set1_epi32(26));
+            const __m512i folded = _mm512_mask_xor_epi32(x, isLetter, x, _mm512_set1_epi32(kCaseBit));
+            _mm512_mask_storeu_epi32(dst + i, lanes, folded);
+            continue;
+        }
+        const __mmask16 inTable =
+            _mm512_mask_cmplt_epu32_mask(lanes, x, _mm512_set1_epi32(static_cast<int>(limit)));
+        const __m512i folded = _mm512_mask_i32gather_epi32(x, inTable, x, alphabets, 4);
+        _mm512_mask_storeu_epi32(dst + i, lanes, folded);
+        for (unsigned int others = lanes & ~static_cast<unsigned int>(inTable); others != 0;
+             others &= others - 1) {
+            wchar_t& c = dst[i + _tzcnt_u32(others)];
+            c = fold(c);
+        }
+    }
+    return dst + n;
+}
+
+bool isWide() { return kernels::kernels().level == kernels::Level::avx512; }
+
 // What of the difference of two blocks no case bit explains: a letter of ASCII and the other of its pair
 // differ in that bit alone.
 __m128i unexplained(__m128i a, __m128i b, int caseBit) {
@@ -63,11 +95,13 @@ __m128i unexplained(__m128i a, __m128i b, int caseBit) {
 } // namespace
 
 wchar_t* LowerCaseFold::fold(const wchar_t* src, std::size_t n, wchar_t* dst) const noexcept {
-    return foldText(*this, m_plainAscii, 'A', src, n, dst);
+    return isWide() ? foldAvx512(*this, m_plainAscii, 'A', m_alphabets, m_limit, src, n, dst)
+                    : foldPlain(*this, m_plainAscii, 'A', src, n, dst);
 }
 
 wchar_t* UpperCaseFold::fold(const wchar_t* src, std::size_t n, wchar_t* dst) const noexcept {
-    return foldText(*this, m_plainAscii, 'a', src, n, dst);
+    return isWide() ? foldAvx512(*this, m_plainAscii, 'a', m_alphabets, m_limit, src, n, dst)
+                    : foldPlain(*this, m_plainAscii, 'a', src, n, dst);
 }
 
 wchar_t LowerCaseFold::foldOther(std::uint32_t code) const noexcept {
@@ -146,8 +180,7 @@ BRIM_AVX512 std::size_t LowerCaseFold::firstDifferenceAvx512(const wchar_t* a, c
 }
 
 std::size_t LowerCaseFold::firstDifference(const wchar_t* a, const wchar_t* b, std::size_t n) const noexcept {
-    return kernels::kernels().level == kernels::Level::avx512 ? firstDifferenceAvx512(a, b, n)
-                                                              : firstDifferencePlain(a, b, n);
+    return isWide() ? firstDifferenceAvx512(a, b, n) : firstDifferencePlain(a, b, n);
 }
 
 } // namespace sup

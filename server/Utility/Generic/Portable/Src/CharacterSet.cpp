@@ -3,8 +3,15 @@
 #include "kernels/kernels.h"
 
 #include <immintrin.h>
+#include <iterator>
+
+#ifndef __clang__ // the undefined operands of GCC 12's own intrinsics
+#    pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#    pragma GCC diagnostic ignored "-Wuninitialized"
+#endif
 
 #define BRIM_AVX2 __attribute__((target("avx2,bmi,bmi2,popcnt")))
+#define BRIM_AVX512 __attribute__((target("avx512f,avx512bw,avx512vl,avx512dq,bmi,bmi2,popcnt")))
 
 namespace sup {
 
@@ -38,17 +45,45 @@ BRIM_AVX2 std::size_t skipAvx2(const wchar_t* text, std::size_t n, std::size_t s
     return start;
 }
 
+// The same with blocks of 64 characters.
+template <bool kSkipped>
+BRIM_AVX512 std::size_t skipAvx512(const wchar_t* text, std::size_t n, std::size_t start,
+                                   const unsigned char* halves) noexcept {
+    const __m512i low = _mm512_set1_epi8(0xF);
+    const __m512i bitsOfLow = _mm512_broadcast_i32x4(*reinterpret_cast<const __m128i*>(halves));
+    const __m512i bitOfHigh =
+        _mm512_broadcast_i32x4(_mm_setr_epi8(1, 2, 4, 8, 16, 32, 64, -128, 0, 0, 0, 0, 0, 0, 0, 0));
+    for (; start + 64 <= n; start += 64) {
+        const wchar_t* const p = text + start;
+        const __m512i bytes =
+            _mm512_packus_epi16(_mm512_packs_epi32(_mm512_loadu_si512(p), _mm512_loadu_si512(p + 16)),
+                                _mm512_packs_epi32(_mm512_loadu_si512(p + 32), _mm512_loadu_si512(p + 48)));
+        const __m512i high = _mm512_and_si512(_mm512_srli_epi16(bytes, 4), low);
+        const __mmask64 isIn =
+            _mm512_test_epi8_mask(_mm512_shuffle_epi8(bitsOfLow, _mm512_and_si512(bytes, low)),
+                                  _mm512_shuffle_epi8(bitOfHigh, high));
+        if (isIn != (kSkipped ? ~__mmask64{0} : 0)) {
+            break;
+        }
+    }
+    return start;
+}
+
 } // namespace
 
 CharacterSet::CharacterSet(const wchar_t* first, const wchar_t* last)
     : m_isAscii(std::all_of(first, last, isAscii)) {
+    const bool isFew = m_isAscii && last != first && last - first <= static_cast<std::ptrdiff_t>(kMostFew);
+    if (!isFew) {
+        std::fill(std::begin(m_low), std::end(m_low), false);
+    }
     if (m_isAscii) {
-        const bool isFew = last - first <= static_cast<std::ptrdiff_t>(kMostFew);
         for (; first != last; ++first) {
-            m_low[*first] = true;
             m_halves[*first & 0xF] |= static_cast<unsigned char>(1U << (*first >> 4));
             if (isFew) {
                 m_few[m_nFew++] = _mm_set1_epi8(static_cast<char>(*first));
+            } else {
+                m_low[*first] = true;
             }
         }
         return;
@@ -73,7 +108,7 @@ CharacterSet::Counts CharacterSet::count(const wchar_t* text, std::size_t n) con
         std::uint64_t places = ~std::uint64_t{0} << (count - 1)
                                                  << 1; // what is behind the end counts as members
         for (std::size_t k = 0; k < count; k += kBlock) {
-            places |= std::uint64_t{placesIn(text + i + k, std::min(count - k, kBlock))} << k;
+            places |= std::uint64_t{placesAt(text, i + k, std::min(count - k, kBlock))} << k;
         }
         counts.members += static_cast<std::size_t>(__builtin_popcountll(places)) - (kWord - count);
         counts.runsOfOthers +=
@@ -85,8 +120,12 @@ CharacterSet::Counts CharacterSet::count(const wchar_t* text, std::size_t n) con
 
 std::size_t CharacterSet::skip(const wchar_t* text, std::size_t n, std::size_t start,
                                bool ofOthers) const noexcept {
-    if (!m_isAscii || n - start < 2 * kBlock || kernels::kernels().level == kernels::Level::plain) {
+    if (n - start < 2 * kBlock || !m_isAscii || kernels::kernels().level == kernels::Level::plain) {
         return start;
+    }
+    if (kernels::kernels().level == kernels::Level::avx512) {
+        start = ofOthers ? skipAvx512<true>(text, n, start, m_halves)
+                         : skipAvx512<false>(text, n, start, m_halves);
     }
     return ofOthers ? skipAvx2<true>(text, n, start, m_halves) : skipAvx2<false>(text, n, start, m_halves);
 }

@@ -1,6 +1,6 @@
 #include "Utility/Generic/Portable/PrintWriterBase.h"
 
-#include "DigitsText.h"
+#include "NumberDigits.h"
 
 #include <cstring>
 #include <cwchar>
@@ -9,22 +9,19 @@ namespace sup {
 
 namespace {
 
-constexpr std::size_t kNumberCharacters = 64;
 constexpr std::size_t kChunk = 64;
 
-// Writes the digits of `magnitude`, none for 0, in one call of the sink.
-template <unsigned long kBase>
-void writeDigits(PrintWriterBase& writer, bool negative, unsigned long magnitude) {
-    wchar_t digits[kNumberCharacters];
-    wchar_t* const end = digits + kNumberCharacters;
-    wchar_t* p = end;
-    for (; magnitude != 0; magnitude /= kBase) {
-        *--p = kDigitsAndTruncationMark[magnitude % kBase];
-    }
+// One call of the sink, with no digits for 0.
+void writeDecimalNumber(PrintWriterBase& writer, bool negative, unsigned long magnitude) {
+    wchar_t text[1 + kDecimalRoom];
+    wchar_t* end = text;
     if (negative) {
-        *--p = L'-';
+        *end++ = L'-';
     }
-    writer.addChars(p, static_cast<std::size_t>(end - p));
+    if (magnitude != 0) {
+        end = writeDecimal(end, magnitude);
+    }
+    writer.addChars(text, static_cast<std::size_t>(end - text));
 }
 
 } // namespace
@@ -71,17 +68,19 @@ PrintWriterBase& PrintWriterBase::operator<<(const StringBufferBaseTemplate<wcha
 
 PrintWriterBase& PrintWriterBase::appendNumberAsDecimal(long value) {
     const auto bits = static_cast<unsigned long>(value);
-    writeDigits<10>(*this, value < 0, value < 0 ? 0UL - bits : bits);
+    writeDecimalNumber(*this, value < 0, value < 0 ? 0UL - bits : bits);
     return *this;
 }
 
 PrintWriterBase& PrintWriterBase::appendNumberAsDecimal(unsigned long value) {
-    writeDigits<10>(*this, false, value);
+    writeDecimalNumber(*this, false, value);
     return *this;
 }
 
 PrintWriterBase& PrintWriterBase::appendNumberAsHex(unsigned long value) {
-    writeDigits<16>(*this, false, value);
+    wchar_t digits[kHexRoom];
+    const wchar_t* const end = value == 0 ? digits : writeHex(digits, value);
+    addChars(digits, static_cast<std::size_t>(end - digits));
     return *this;
 }
 

@@ -2,12 +2,14 @@
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
 
 #include "TerminatedText.h"
-#include "Utility/Generic/Portable/SUPAutobuffer.h"
+#include "UnfilledString.h"
 #include "Utility/Generic/Portable/SUPExceptionSupport.h"
 #include "Utility/Generic/Portable/SUPOS.h"
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
+#include <cwchar>
 #include <limits>
 
 namespace {
@@ -21,18 +23,47 @@ constexpr std::size_t kInline = 513;
 constexpr unsigned int kUtf8 = 65001;
 
 // Capacities and lengths travel as int.
-int asInt(std::size_t n) {
-    return static_cast<int>(std::min(n, static_cast<std::size_t>(std::numeric_limits<int>::max())));
-}
+constexpr std::size_t kLongest = std::numeric_limits<int>::max();
+int asInt(std::size_t n) { return static_cast<int>(std::min(n, kLongest)); }
 
 // A conversion's count includes the zero.
 std::size_t lengthOf(int converted) { return converted < 1 ? 0 : static_cast<std::size_t>(converted) - 1; }
 
-// 3 bytes a character hold everything but whole code points above U+FFFF. 0 when that is not enough.
-int convertAll(const String& src, AutoBuffer<char, 3 * kInline>& buffer, unsigned int codePage) {
-    const std::size_t room = 3 * src.length() + 3;
-    buffer.growNoPreserve(room);
-    return SystemUtility::WideCharToMultiByte(src.c_str(), buffer.data(), asInt(room), codePage);
+// The string of the characters that `convert` writes and counts, `most` at most. Short ones are written on
+// the stack, so that nothing is allocated besides the string; long ones where they stay, unless that is far
+// too much room for them.
+template <class T, class Convert>
+sup::String<T> builtBy(std::size_t most, Convert convert) {
+    constexpr std::size_t kOnStack = kInline * sizeof(wchar_t) / sizeof(T);
+    if (most <= kOnStack) {
+        T text[kOnStack];
+        return sup::String<T>(text, convert(text));
+    }
+    sup::BasicUnfilledString<T> text(most);
+    const std::size_t length = convert(text.begin());
+    return length < most / 5 * 2 ? sup::String<T>(text.begin(), length) : text.take(length);
+}
+
+// What `length` bytes become, their zero with them.
+String widenedWithZero(const char* src, std::size_t length, unsigned int codePage) {
+    if (length > kLongest) {
+        return String();
+    }
+    return builtBy<wchar_t>(length, [&](wchar_t* dst) {
+        return lengthOf(SystemUtility::MultiByteToWideChar(src, asInt(length), dst, asInt(length), codePage));
+    });
+}
+
+// What the terminated `src` becomes in `room` bytes; false when it does not.
+bool narrowTerminated(const wchar_t* src, std::size_t length, std::size_t room, unsigned int codePage,
+                      NarrowString& out) {
+    const int units = length < kLongest ? asInt(length + 1) : 0;
+    int converted = 0;
+    out = builtBy<char>(room, [&](char* dst) {
+        converted = SystemUtility::WideCharToMultiByte(src, units, dst, asInt(room), codePage);
+        return lengthOf(converted);
+    });
+    return converted >= 1;
 }
 
 } // namespace
@@ -90,12 +121,11 @@ String BaseStringUtil::StringFrom(const char* src, unsigned int codePage) {
 String BaseStringUtil::StringFrom(const wchar_t* src) { return String(src); }
 
 void BaseStringUtil::StdStringToString(const char* src, String& out, unsigned int codePage) {
-    const int needed = SystemUtility::MultiByteToWideChar(src, nullptr, 0, codePage);
-    AutoBuffer<wchar_t, kInline> buffer;
-    buffer.growNoPreserve(static_cast<std::size_t>(needed));
-    const int converted =
-        needed == 0 ? 0 : SystemUtility::MultiByteToWideChar(src, buffer.data(), needed, codePage);
-    out.assign(buffer.data(), lengthOf(converted));
+    if (src == nullptr) {
+        out.clear();
+    } else {
+        out = widenedWithZero(src, std::strlen(src) + 1, codePage);
+    }
 }
 
 void BaseStringUtil::StdStringToString(const char* src, unsigned int srcLength, String& out,
@@ -109,23 +139,18 @@ void BaseStringUtil::StdStringToString(const char* src, unsigned int srcLength, 
         }
         return;
     }
-    AutoBuffer<wchar_t, kInline> buffer;
-    buffer.growNoPreserve(std::size_t{srcLength} + 1);
-    const int converted = SystemUtility::MultiByteToWideChar(src, length, buffer.data(),
-                                                             asInt(std::size_t{srcLength} + 1), codePage);
-    out.assign(buffer.data(), converted < 1 ? 0 : static_cast<std::size_t>(converted));
+    out = builtBy<wchar_t>(srcLength, [&](wchar_t* dst) {
+        const int converted = SystemUtility::MultiByteToWideChar(src, length, dst, length, codePage);
+        return converted < 1 ? 0 : static_cast<std::size_t>(converted);
+    });
 }
 
 void BaseStringUtil::StdStringToString(const NarrowString& src, String& out, unsigned int codePage) {
     if (src.empty()) {
         out.clear();
-        return;
+    } else {
+        StdStringToString(src.c_str(), out, codePage);
     }
-    AutoBuffer<wchar_t, kInline> buffer;
-    buffer.growNoPreserve(src.length() + 1);
-    const int converted =
-        SystemUtility::MultiByteToWideChar(src.c_str(), buffer.data(), asInt(src.length() + 1), codePage);
-    out.assign(buffer.data(), lengthOf(converted));
 }
 
 String BaseStringUtil::StdStringToString(const NarrowString& src, unsigned int codePage) {
@@ -135,12 +160,13 @@ String BaseStringUtil::StdStringToString(const NarrowString& src, unsigned int c
 }
 
 NarrowString BaseStringUtil::StringToStdString(const wchar_t* src, unsigned int codePage) {
-    const int needed = SystemUtility::WideCharToMultiByte(src, nullptr, 0, codePage);
-    AutoBuffer<char, 4 * kInline> buffer;
-    buffer.growNoPreserve(static_cast<std::size_t>(needed));
-    const int converted =
-        needed == 0 ? 0 : SystemUtility::WideCharToMultiByte(src, buffer.data(), needed, codePage);
-    return NarrowString(buffer.data(), lengthOf(converted));
+    if (src == nullptr) {
+        return NarrowString();
+    }
+    NarrowString result;
+    const std::size_t length = std::wcslen(src);
+    narrowTerminated(src, length, std::min(4 * length + 4, kLongest), codePage, result);
+    return result;
 }
 
 NarrowString BaseStringUtil::StringToStdString(const String& src, unsigned int codePage) {
@@ -157,13 +183,10 @@ bool BaseStringUtil::TryStringToStdString(const String& src, NarrowString& out, 
     if (src.empty()) {
         return true;
     }
-    AutoBuffer<char, 3 * kInline> buffer;
-    const int converted = convertAll(src, buffer, codePage);
-    if (converted < 1) {
-        return false;
-    }
-    out.assign(buffer.data(), lengthOf(converted));
-    return true;
+    // 3 bytes a character hold everything but whole code points above U+FFFF.
+    const std::size_t room = std::min(3 * src.length() + 3, kLongest);
+    const wchar_t* const text = src.c_str();
+    return narrowTerminated(text, std::wcslen(text), room, codePage, out);
 }
 
 wchar_t** BaseStringUtil::ConvertCommandArgumentsUTF8(int argc, char** argv) {

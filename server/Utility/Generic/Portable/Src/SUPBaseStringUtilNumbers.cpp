@@ -4,6 +4,7 @@
 #include "UnfilledString.h"
 #include "Utility/Generic/Portable/SUPExceptionSupport.h"
 #include "Utility/Generic/Portable/SUPOS.h"
+#include "Wraps.h"
 #include "kernels/decimal.h"
 #include "kernels/kernels.h"
 
@@ -244,11 +245,14 @@ const wchar_t* skipAsciiBlanks(const wchar_t* p) {
     return p;
 }
 
-unsigned int digitOf(wchar_t c) { return static_cast<unsigned int>(c - L'0'); } // above 9 for others
+// Above 9 for what is no digit.
+BRIM_WRAPS unsigned int digitOf(wchar_t c) {
+    return static_cast<unsigned int>(c) - static_cast<unsigned int>(L'0');
+}
 
 // Reads the digits at `p`; returns their end. No more than kMostDigits can be taken in without an overflow.
 constexpr std::ptrdiff_t kMostDigits = 19;
-const wchar_t* readDigits(const wchar_t* p, unsigned long& value) {
+BRIM_WRAPS const wchar_t* readDigits(const wchar_t* p, unsigned long& value) {
     // In pairs: each product waits for the one before.
     for (unsigned int first; (first = digitOf(*p)) < 10; p += 2) {
         const unsigned int second = digitOf(p[1]);

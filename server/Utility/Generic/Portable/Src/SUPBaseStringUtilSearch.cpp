@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cwchar>
-#include <optional>
 
 namespace {
 
@@ -36,7 +35,7 @@ std::size_t findFrom(const Text& text, const Text& pattern, std::size_t start) {
 class TerminatedPattern {
 public:
     explicit TerminatedPattern(const wchar_t* what)
-        : m_what(what == nullptr ? L"" : what), m_length(std::wcslen(m_what)) {}
+        : m_what(what == nullptr ? L"" : what), m_length(std::wcslen(m_what)), m_borders(m_what, m_length) {}
 
     std::size_t findFrom(const String& text, std::size_t pos) const {
         const std::size_t n = text.length();
@@ -51,15 +50,13 @@ public:
         if (m_length < 2) {
             return findFrom(text, hit + 1);
         }
-        if (!m_borders) {
-            m_borders.emplace(m_what, m_length);
-        }
-        std::size_t matched = m_borders->afterMatch();
+        m_borders.make();
+        std::size_t matched = m_borders.afterMatch();
         for (std::size_t i = hit + m_length; i < n && text[i] != L'\0'; ++i) {
             if (matched == 0) {
                 return findFrom(text, i);
             }
-            matched = m_borders->next(matched, text[i]);
+            matched = m_borders.next(matched, text[i]);
             if (matched == m_length) {
                 return i + 1 - m_length;
             }
@@ -79,7 +76,7 @@ public:
 private:
     const wchar_t* m_what;
     std::size_t m_length;
-    std::optional<sup::kernels::Borders> m_borders;
+    sup::kernels::Borders m_borders;
 };
 
 // Finds `what` outside quotes again and again, from places that lie outside quotes and never go back. Each of

@@ -12,7 +12,6 @@
 #include <cstdlib>
 #include <cwchar>
 #include <cwctype>
-#include <optional>
 
 namespace {
 
@@ -31,7 +30,8 @@ bool standsAlone(const String& text, std::size_t hit, std::size_t length) {
 // The occurrences of a pattern in a text, from left to right.
 class Occurrences {
 public:
-    Occurrences(const String& text, const String& pattern) : m_text(text), m_pattern(pattern) {}
+    Occurrences(const String& text, const String& pattern)
+        : m_text(text), m_pattern(pattern), m_borders(pattern.begin(), pattern.length()) {}
 
     // The first one at or after `pos`; the length of the text when there is none.
     std::size_t findFrom(std::size_t pos) {
@@ -43,15 +43,13 @@ public:
     // themselves.
     std::size_t findNext() {
         const std::size_t m = m_pattern.length();
-        if (!m_borders) {
-            m_borders.emplace(m_pattern.begin(), m);
-        }
-        std::size_t matched = m_borders->afterMatch();
+        m_borders.make();
+        std::size_t matched = m_borders.afterMatch();
         for (std::size_t i = m_last + m; i < m_text.length(); ++i) {
             if (matched == 0) {
                 return findFrom(i);
             }
-            matched = m_borders->next(matched, m_text[i]);
+            matched = m_borders.next(matched, m_text[i]);
             if (matched == m) {
                 return m_last = i + 1 - m;
             }
@@ -62,7 +60,7 @@ public:
 private:
     const String& m_text;
     const String& m_pattern;
-    std::optional<sup::kernels::Borders> m_borders;
+    sup::kernels::Borders m_borders;
     std::size_t m_last = 0;
 };
 

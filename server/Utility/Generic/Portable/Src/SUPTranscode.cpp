@@ -138,7 +138,9 @@ int convertText(const typename Conversion::Source* src, int srcLen, typename Con
     if (transcoder == nullptr) {
         return 0;
     }
-    if (room >= Conversion::kUnitsPerSourceUnit * length) {
+    // No conversion makes less than one unit of most of the source's: where there is less room than that,
+    // there is too little.
+    if (room >= length) {
         const std::size_t units = Conversion::convert(*transcoder, src, length, dst, room);
         if (units != kFailed) {
             return resultOf(units);

@@ -1,6 +1,53 @@
 #include "Utility/Generic/Portable/StringBuffer.h"
 
+#include "NumberDigits.h"
+
 namespace sup {
+
+// ---- Numbers ----------------------------------------------------------------------------------------------
+
+// `granted` is the room that is made, as formatting would; it holds any number.
+template <class T>
+auto StringBufferBaseTemplate<T>::appendDecimal(size_type granted, bool negative, unsigned long magnitude)
+    -> StringBufferBaseTemplate& {
+    make_room(granted);
+    if (negative) {
+        *m_pPos++ = static_cast<T>('-');
+    }
+    m_pPos = writeDecimal(m_pPos, magnitude);
+    return *this;
+}
+
+template <class T>
+auto StringBufferBaseTemplate<T>::appendNumberAsDecimal(unsigned int value) -> StringBufferBaseTemplate& {
+    return appendDecimal(32, false, value);
+}
+
+template <class T>
+auto StringBufferBaseTemplate<T>::appendNumberAsDecimal(int value) -> StringBufferBaseTemplate& {
+    const auto bits = static_cast<unsigned int>(value);
+    return appendDecimal(32, value < 0, value < 0 ? 0U - bits : bits);
+}
+
+template <class T>
+auto StringBufferBaseTemplate<T>::appendNumberAsDecimal(long value) -> StringBufferBaseTemplate& {
+    const auto bits = static_cast<unsigned long>(value);
+    return appendDecimal(64, value < 0, value < 0 ? 0UL - bits : bits);
+}
+
+template <class T>
+auto StringBufferBaseTemplate<T>::appendNumberAsDecimal(unsigned long value) -> StringBufferBaseTemplate& {
+    return appendDecimal(64, false, value);
+}
+
+template <class T>
+auto StringBufferBaseTemplate<T>::appendNumberAsHex(unsigned int value) -> StringBufferBaseTemplate& {
+    make_room(32);
+    m_pPos = writeHex(m_pPos, value);
+    return *this;
+}
+
+// ---- The types that the library names ---------------------------------------------------------------------
 
 template <>
 StringBufferBaseTemplate<char>& StringBufferBaseTemplate<char>::appendFormatted(size_type n,

@@ -87,6 +87,9 @@ void computeAllocationPadding() {
 
 namespace memalloc {
 
+constinit const AllocateFunction g_allocate = &fenmem_800_allocate_dbg;
+constinit const FreeFunction g_free = &fenmem_800_free;
+
 void* MemoryAllocatorGateway::allocate(std::size_t size, const char* file, int line) {
     void* const p = fenmem_800_allocate_dbg(size, file, line);
     if (p == nullptr) {

@@ -17,7 +17,7 @@ constexpr std::size_t kBlock = 256;
 constexpr std::size_t kMostEntries = 0x10000; // an entry's index of another has 16 bits
 constexpr std::size_t kBytesKept = 4;
 // Texts up to this length go by the tables: choosing a loop would take longer.
-constexpr std::size_t kShortText = 8;
+constexpr std::size_t kShortText = 4;
 // What a loop does not know seldom comes alone: so much goes by the tables.
 constexpr std::size_t kBytesByMachine = 64;
 constexpr std::size_t kUnitsByTable = 16;

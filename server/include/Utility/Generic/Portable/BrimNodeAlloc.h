@@ -13,12 +13,14 @@ class BrimNodeAlloc {
 public:
     /// Returns `bytes` bytes, never null; throws std::bad_alloc.
     static void* allocate(std::size_t bytes, const char* file, int line) {
-        return memalloc::MemoryAllocatorGateway::allocate(bytes, file, line);
+        void* const p = memalloc::g_allocate(bytes, file, line);
+        if (p == nullptr) {
+            throw std::bad_alloc();
+        }
+        return p;
     }
     /// `bytes` must be what allocate() was asked for.
-    static void deallocate(void* p, std::size_t bytes) noexcept {
-        memalloc::MemoryAllocatorGateway::deallocate(p, bytes);
-    }
+    static void deallocate(void* p, std::size_t bytes) noexcept { memalloc::g_free(p, bytes); }
 };
 
 /// An Allocator (ISO C++ [allocator.requirements]) without state.

@@ -43,32 +43,12 @@ int RefStringTemplate<T>::compare(const RefStringTemplate& ref) const noexcept {
     return length() < ref.length() ? -1 : 1;
 }
 
+// Where all characters are equal no zero matters.
 template <class T>
 bool RefStringTemplate<T>::isEqual(const RefStringTemplate& ref) const noexcept {
-    return length() == ref.length() &&
-           (empty() || sup::string_details::compareCounted(m_p, ref.m_p, length()) == 0);
-}
-
-template <class T>
-auto RefStringTemplate<T>::findImpl(const T* pattern, size_type count) const noexcept -> size_type {
-    if (count > length()) {
-        return npos;
-    }
-    if (count == 0) {
-        return 0;
-    }
-    // A match may begin before `last` only, so the comparison stays inside the view.
-    const T* const last = m_pe - (count - 1);
-    for (const T* p = m_p; p != last; ++p) {
-        p = sup::string_details::findInRange(p, static_cast<size_type>(last - p), pattern[0]);
-        if (p == nullptr) {
-            break;
-        }
-        if (count == 1 || sup::string_details::compareCounted(p + 1, pattern + 1, count - 1) == 0) {
-            return static_cast<size_type>(p - m_p);
-        }
-    }
-    return npos;
+    const size_type n = length();
+    return n == ref.length() && (n == 0 || sup::string_details::compareMemory(m_p, ref.m_p, n) == 0 ||
+                                 sup::string_details::compareCounted(m_p, ref.m_p, n) == 0);
 }
 
 extern template class RefStringTemplate<wchar_t>;

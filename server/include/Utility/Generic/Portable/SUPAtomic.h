@@ -24,6 +24,8 @@ public:
     void increment() noexcept { sup::atomics_linux::addReference(m_value, Integer{1}); }
     /// Returns the new value.
     Integer decrement() noexcept { return sup::atomics_linux::dropReference(m_value, Integer{1}); }
+    /// Subtracts one; true when nothing is left.
+    bool release() noexcept { return sup::atomics_linux::dropsLastReference(m_value, Integer{1}); }
     /// A plain read. A holder that reads 1 is alone and sees what earlier holders did.
     Integer get() const noexcept { return m_value.load(std::memory_order_acquire); }
 

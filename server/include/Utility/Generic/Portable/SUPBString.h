@@ -67,7 +67,7 @@ struct BRIMPORTABLE_API ByteStringData : public memalloc::MemAllocNewdel {
 
     void ref() noexcept { m_refCount.increment(); }
     void deref() noexcept {
-        if (m_refCount.decrement() == 0) {
+        if (m_refCount.release()) {
             deallocate();
         }
     }
@@ -92,6 +92,11 @@ BRIMPORTABLE_API int StringCompareI2(const wchar_t* a, std::size_t aLength, cons
                                      std::size_t bLength) noexcept;
 BRIMPORTABLE_API int StringCompareI2(const unsigned char* a, std::size_t aLength, const wchar_t* b,
                                      std::size_t bLength) noexcept;
+
+/// Widen bytes as unsigned numbers; write the low byte of each character; tell whether all are 0 to 255.
+BRIMPORTABLE_API void widenBytes(const char* from, std::size_t n, wchar_t* to) noexcept;
+BRIMPORTABLE_API void narrowToBytes(const wchar_t* from, std::size_t n, char* to) noexcept;
+BRIMPORTABLE_API bool fitsInBytes(const wchar_t* text, std::size_t n) noexcept;
 
 /// Integer types that count; a character type asks for copies of a character instead.
 template <class Integer>

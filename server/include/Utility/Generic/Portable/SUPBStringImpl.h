@@ -20,38 +20,12 @@ constexpr int kByteStringAllocationLine = 104;
 constexpr int kByteStringFillLine = 290;
 constexpr std::size_t kLargestByteString = std::numeric_limits<std::uint32_t>::max(); // characters
 
-// The loops below have no branch inside, so the compiler turns them into vector code.
-
-inline void widenBytes(const char* from, std::size_t n, wchar_t* to) noexcept {
-    for (std::size_t i = 0; i < n; ++i) {
-        to[i] = static_cast<unsigned char>(from[i]);
-    }
-}
 inline void widenBytes(const char* from, std::size_t n, char* to) noexcept { copyCharacters(to, from, n); }
-
-inline void narrowToBytes(const wchar_t* from, std::size_t n, char* to) noexcept {
-    for (std::size_t i = 0; i < n; ++i) {
-        to[i] = static_cast<char>(from[i]);
-    }
-}
 inline void narrowToBytes(const char* from, std::size_t n, char* to) noexcept { copyCharacters(to, from, n); }
-
-// Negative characters do not fit. Looks at blocks, so that a wide character near the front ends it early.
-inline bool fitsInBytes(const wchar_t* text, std::size_t n) noexcept {
-    constexpr std::size_t kBlock = 1024;
-    for (std::size_t done = 0; done < n;) {
-        const std::size_t end = n - done < kBlock ? n : done + kBlock;
-        std::uint32_t all = 0;
-        for (; done < end; ++done) {
-            all |= static_cast<std::uint32_t>(text[done]);
-        }
-        if (all > 0xFF) {
-            return false;
-        }
-    }
-    return true;
-}
 inline bool fitsInBytes(const char*, std::size_t) noexcept { return true; }
+
+inline bool fitsInByte(wchar_t c) noexcept { return static_cast<std::uint32_t>(c) <= 0xFF; }
+inline bool fitsInByte(char) noexcept { return true; }
 
 template <class T>
 auto ByteStringData<T>::allocateData(std::size_t capacity, unsigned int bytesPerChar) -> ByteStringData* {
@@ -192,7 +166,7 @@ ByteString<T>::ByteString(const T* text, size_type count) {
 template <class T>
 ByteString<T>::ByteString(size_type n, T c) {
     if (n != 0) {
-        m_rep = data_type::allocateData(n, string_details::fitsInBytes(&c, 1) ? 1 : sizeof(T));
+        m_rep = data_type::allocateData(n, string_details::fitsInByte(c) ? 1 : sizeof(T));
         m_rep->append(n, c);
     }
 }
@@ -358,7 +332,7 @@ auto ByteString<T>::find(T c, size_type pos) const noexcept -> size_type {
     if (m_rep->isNarrow()) {
         const auto byte = static_cast<char>(c);
         const char* const start = m_rep->m_pStart;
-        const char* const found = string_details::fitsInBytes(&c, 1)
+        const char* const found = string_details::fitsInByte(c)
                                       ? string_details::findInRange(start + pos, length() - pos, byte)
                                       : nullptr;
         return found == nullptr ? length() : static_cast<size_type>(found - start);
@@ -444,19 +418,6 @@ template <class T>
 bool ByteString<T>::equals(const ByteString& b, const T* text) noexcept {
     const size_type count = string_details::textLength(text);
     return count == b.length() && (count == 0 || b.find(text) == 0);
-}
-
-template <class T>
-std::uint32_t ByteString<T>::hash() const noexcept {
-    std::uint32_t h = 0;
-    if (m_rep != nullptr) {
-        string_details::withCharacters(*m_rep, [&](const auto* characters) {
-            for (size_type i = 0; i < length(); ++i) {
-                h = h * 101 + string_details::hashValue(characters[i]);
-            }
-        });
-    }
-    return h;
 }
 
 extern template struct string_details::ByteStringData<wchar_t>;

@@ -57,8 +57,8 @@ using CaseInsBrimStringMap = std::map<BrimString, unsigned int, CaseInsBrimStrin
 /// of entries with the same key the last one counts, and they replace what the map had. Narrow texts are in
 /// the process's code page (SystemUtility::GetMultiByteCodePage).
 ///
-/// A file that is missing or malformed is reported as SUPDOM::ParseDocument() reports it, and the map stays
-/// as it was. Any thread may read, each with a map of its own.
+/// A file that is missing or malformed is reported as SUPDOM::ParseDocument() reports it. Then, and after
+/// std::bad_alloc, the map is as it was. Any thread may read, each with a map of its own.
 class BRIMPORTABLE_API SUPBuildMapFromXML {
 public:
     /// Keeps the file's path; nothing is read yet.

@@ -37,7 +37,8 @@ public:
 class BRIMPORTABLE_API XercesInitializer {
 public:
     /// To be called before any parser is made. Any thread may call. A failure to initialise Xerces shows
-    /// nowhere; parsers cannot be made then.
+    /// nowhere; parsers cannot be made then. Memory that the allocator refuses meanwhile is had from the
+    /// system, since Xerces cannot begin twice.
     static XercesInitializer& GetXercesInit();
 
     ~XercesInitializer();

@@ -58,6 +58,8 @@ struct BRIMPORTABLE_API StringData {
 #pragma GCC diagnostic pop
 
     std::size_t length() const noexcept { return static_cast<std::size_t>(m_pFinish - m_pStart); }
+    /// Characters that fit in addition.
+    std::size_t room() const noexcept { return static_cast<std::size_t>(m_pStart + m_nCapacity - m_pFinish); }
     void setLength(std::size_t n) noexcept {
         m_pFinish = m_pStart + n;
         *m_pFinish = T();
@@ -71,7 +73,7 @@ struct BRIMPORTABLE_API StringData {
 
     void ref() noexcept { m_refCount.increment(); }
     void deref() noexcept {
-        if (m_refCount.decrement() == 0) {
+        if (m_refCount.release()) {
             deallocate();
         }
     }
@@ -243,13 +245,13 @@ public:
     String& operator+=(T c) { return append(c); }
     void push_back(T c) {
         data_type* const data = rep();
-        if (data != nullptr && data->isUnique() && data->length() < data->m_nCapacity) {
+        if (data != nullptr && data->isUnique() && data->m_pFinish != data->m_pStart + data->m_nCapacity) {
             T* const finish = data->m_pFinish;
             finish[0] = c;
             finish[1] = T();
             data->m_pFinish = finish + 1;
         } else {
-            append(&c, 1);
+            append(1, c);
         }
     }
     /// Inserts in front; grows to exactly the needed length.
@@ -340,7 +342,7 @@ public:
     // ---- Comparing ----------------------------------------------------------------------------------------
 
     /// Compares the zero-terminated texts as wcscmp (wide) or strcmp (narrow) does: negative, 0 or positive.
-    int compare(const String& s) const noexcept { return compare(s.c_str()); }
+    int compare(const String& s) const noexcept;
     int compare(const T* text) const noexcept;
     /// Compares lengths, then all characters, zeros included.
     static bool equals(const String& a, const String& b) noexcept {
@@ -390,9 +392,7 @@ private:
         return static_cast<size_type>(last - first);
     }
     static data_type* makeData(const T* text, size_type count, size_type capacity);
-    static bool equals(const T* a, size_type aLength, const T* b, size_type bLength) noexcept {
-        return aLength == bLength && (aLength == 0 || std::memcmp(a, b, aLength * sizeof(T)) == 0);
-    }
+    static bool equals(const T* a, size_type aLength, const T* b, size_type bLength) noexcept;
 
     data_type* rep() const noexcept { return m_tState.m_pData; }
     void refData() noexcept {
@@ -407,6 +407,7 @@ private:
     }
     void putData(data_type* fresh) noexcept;
     void makePrivate();
+    String& appendToNewBlock(const T* text, size_type count);
     bool fitsInPlace(size_type length) const noexcept;
     bool selfReferencing(const T* text) const noexcept;
     size_type lengthPlus(size_type added) const;

@@ -33,11 +33,12 @@ inline int compareCounted(const char* a, const char* b, std::size_t n) noexcept 
     return std::strncmp(a, b, n);
 }
 
-inline const wchar_t* findInText(const wchar_t* text, const wchar_t* pattern) noexcept {
-    return std::wcsstr(text, pattern);
+// 0 when all `n` characters are equal, zeros included.
+inline int compareMemory(const wchar_t* a, const wchar_t* b, std::size_t n) noexcept {
+    return std::wmemcmp(a, b, n);
 }
-inline const char* findInText(const char* text, const char* pattern) noexcept {
-    return std::strstr(text, pattern);
+inline int compareMemory(const char* a, const char* b, std::size_t n) noexcept {
+    return std::memcmp(a, b, n);
 }
 
 inline const wchar_t* findInRange(const wchar_t* first, std::size_t n, wchar_t c) noexcept {
@@ -103,7 +104,7 @@ StringData<T>* StringData<T>::allocateData(std::size_t n) {
 }
 
 template <class T>
-void StringData<T>::deallocate() noexcept {
+inline void StringData<T>::deallocate() noexcept {
     BrimNodeAlloc::deallocate(this, sizeof(StringData) + (m_nCapacity + 1) * sizeof(T));
 }
 
@@ -274,18 +275,25 @@ String<T>& String<T>::append(const T* text) {
     return append(text, string_details::textLength(text));
 }
 
+// Inline, like push_back: while there is room, little more is to be done than the copy.
 template <class T>
-String<T>& String<T>::append(const T* text, size_type count) {
-    if (count == 0) {
-        return *this;
+inline String<T>& String<T>::append(const T* text, size_type count) {
+    data_type* const data = rep();
+    if (data == nullptr || !data->isUnique() || count == 0 || count > data->room()) {
+        return appendToNewBlock(text, count);
     }
-    const size_type newLength = lengthPlus(count);
-    if (fitsInPlace(newLength)) {
-        // The source may end in the terminating zero, where the new characters begin.
-        string_details::moveCharacters(rep()->m_pFinish, text, count);
-        rep()->setLength(newLength);
-    } else {
-        splice(length(), 0, count, false, grownCapacity(newLength),
+    // The source may end in the terminating zero, where the new characters begin.
+    T* const finish = data->m_pFinish;
+    std::memmove(finish, text, count * sizeof(T));
+    finish[count] = T();
+    data->m_pFinish = finish + count;
+    return *this;
+}
+
+template <class T>
+String<T>& String<T>::appendToNewBlock(const T* text, size_type count) {
+    if (count != 0) {
+        splice(length(), 0, count, false, grownCapacity(lengthPlus(count)),
                [=](T* to) { string_details::copyCharacters(to, text, count); });
     }
     return *this;
@@ -405,23 +413,25 @@ inline auto String<T>::findCharacter(T c, size_type pos) const noexcept -> size_
 }
 
 template <class T>
-auto String<T>::findText(const T* text, size_type pos) const noexcept -> size_type {
-    if (pos >= length()) {
-        return npos;
-    }
-    const T* const found = string_details::findInText(begin() + pos, text == nullptr ? emptyText() : text);
-    return found == nullptr ? npos : static_cast<size_type>(found - begin());
-}
-
-template <class T>
 auto String<T>::rfind(T c) const noexcept -> size_type {
     const T* const found = string_details::findLastInRange(begin(), length(), c);
     return found == nullptr ? npos : static_cast<size_type>(found - begin());
 }
 
+// Texts of one length that differ are compared anew: a zero may come before the difference.
+template <class T>
+int String<T>::compare(const String& s) const noexcept {
+    return equals(*this, s) ? 0 : string_details::compareTexts(c_str(), s.c_str());
+}
+
 template <class T>
 int String<T>::compare(const T* text) const noexcept {
     return string_details::compareTexts(c_str(), text == nullptr ? emptyText() : text);
+}
+
+template <class T>
+inline bool String<T>::equals(const T* a, size_type aLength, const T* b, size_type bLength) noexcept {
+    return aLength == bLength && (aLength == 0 || string_details::compareMemory(a, b, aLength) == 0);
 }
 
 template <class T>

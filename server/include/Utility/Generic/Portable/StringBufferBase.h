@@ -173,15 +173,14 @@ protected:
     void addChars(const T* text, size_type count);
 
 private:
+    void addCharsToNewStorage(const T* text, size_type count);
     static int call_vsnprintf(wchar_t* to, size_type n, const wchar_t* format, va_list args) {
         return std::vswprintf(to, n, format, args);
     }
     static int call_vsnprintf(char* to, size_type n, const char* format, va_list args) {
         return std::vsnprintf(to, n, format, args);
     }
-    template <class Unsigned>
-    StringBufferBaseTemplate& appendDigits(size_type granted, bool negative, Unsigned magnitude,
-                                           unsigned int base);
+    StringBufferBaseTemplate& appendDecimal(size_type granted, bool negative, unsigned long magnitude);
     T* allocateStorage(size_type needed, size_type& capacity) const;
     void freeStorage(T* storage, size_type capacity) noexcept;
     void adopt(T* storage, size_type capacity) noexcept;
@@ -240,68 +239,29 @@ void StringBufferBaseTemplate<T>::grow(size_type needed) {
     adopt(storage, capacity);
 }
 
+// Inline: while there is room, little more is to be done than the copy.
 template <class T>
-void StringBufferBaseTemplate<T>::addChars(const T* text, size_type count) {
-    if (count <= m_nCapacity - length()) {
-        string_details::moveCharacters(m_pPos, text, count);
-    } else {
-        if (count > std::numeric_limits<size_type>::max() - length()) {
-            throw std::bad_alloc();
-        }
-        // The old storage goes last: the text may lie in it.
-        size_type capacity = 0;
-        T* const storage = allocateStorage(length() + count, capacity);
-        string_details::copyCharacters(storage, m_pBuffer, length());
-        string_details::copyCharacters(storage + length(), text, count);
-        adopt(storage, capacity);
+inline void StringBufferBaseTemplate<T>::addChars(const T* text, size_type count) {
+    if (count > m_nCapacity - length()) {
+        addCharsToNewStorage(text, count);
+        return;
     }
+    string_details::moveCharacters(m_pPos, text, count);
     m_pPos += count;
 }
 
-/// `granted` is the room that is made, as formatting would; it holds any number.
+// The old storage goes last: the text may lie in it.
 template <class T>
-template <class Unsigned>
-auto StringBufferBaseTemplate<T>::appendDigits(size_type granted, bool negative, Unsigned magnitude,
-                                               unsigned int base) -> StringBufferBaseTemplate& {
-    T digits[24];
-    T* const end = digits + 24;
-    T* p = end;
-    do {
-        *--p = static_cast<T>("0123456789abcdef"[magnitude % base]);
-        magnitude = static_cast<Unsigned>(magnitude / base);
-    } while (magnitude != 0);
-    if (negative) {
-        *--p = static_cast<T>('-');
+void StringBufferBaseTemplate<T>::addCharsToNewStorage(const T* text, size_type count) {
+    if (count > std::numeric_limits<size_type>::max() - length()) {
+        throw std::bad_alloc();
     }
-    make_room(granted);
-    return append(p, static_cast<size_type>(end - p));
-}
-
-template <class T>
-auto StringBufferBaseTemplate<T>::appendNumberAsDecimal(unsigned int value) -> StringBufferBaseTemplate& {
-    return appendDigits(32, false, value, 10);
-}
-
-template <class T>
-auto StringBufferBaseTemplate<T>::appendNumberAsDecimal(int value) -> StringBufferBaseTemplate& {
-    const auto bits = static_cast<unsigned int>(value);
-    return appendDigits(32, value < 0, value < 0 ? 0U - bits : bits, 10);
-}
-
-template <class T>
-auto StringBufferBaseTemplate<T>::appendNumberAsDecimal(long value) -> StringBufferBaseTemplate& {
-    const auto bits = static_cast<unsigned long>(value);
-    return appendDigits(64, value < 0, value < 0 ? 0UL - bits : bits, 10);
-}
-
-template <class T>
-auto StringBufferBaseTemplate<T>::appendNumberAsDecimal(unsigned long value) -> StringBufferBaseTemplate& {
-    return appendDigits(64, false, value, 10);
-}
-
-template <class T>
-auto StringBufferBaseTemplate<T>::appendNumberAsHex(unsigned int value) -> StringBufferBaseTemplate& {
-    return appendDigits(32, false, value, 16);
+    size_type capacity = 0;
+    T* const storage = allocateStorage(length() + count, capacity);
+    string_details::copyCharacters(storage, m_pBuffer, length());
+    string_details::copyCharacters(storage + length(), text, count);
+    adopt(storage, capacity);
+    m_pPos += count;
 }
 
 template <class T>

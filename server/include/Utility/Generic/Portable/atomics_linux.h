@@ -34,5 +34,16 @@ inline Integer dropReference(std::atomic<Integer>& count, Integer delta) noexcep
     return static_cast<Integer>(count.fetch_sub(delta, std::memory_order_acq_rel) - delta);
 }
 
+/// The same, and true when nothing is left.
+template <class Integer>
+inline bool dropsLastReference(std::atomic<Integer>& count, Integer delta) noexcept {
+    if (__libc_single_threaded) {
+        const Integer left = static_cast<Integer>(count.load(std::memory_order_relaxed) - delta);
+        count.store(left, std::memory_order_relaxed);
+        return left == 0;
+    }
+    return (count -= delta) == 0; // one instruction
+}
+
 } // namespace atomics_linux
 } // namespace sup

@@ -20,6 +20,14 @@
 
 namespace memalloc {
 
+/// The allocator library's functions, as the dynamic linker has found them: the way of BrimNodeAlloc, whose
+/// requests are too many for a call in between. g_allocate returns null when the allocator refuses.
+using AllocateFunction = void* (*)(std::size_t size, const char* file, int line) noexcept;
+using FreeFunction = void (*)(void* p, std::size_t size) noexcept;
+
+extern BRIMPORTABLE_API const AllocateFunction g_allocate;
+extern BRIMPORTABLE_API const FreeFunction g_free;
+
 /// Blocks from the allocator library, and its settings for the calling thread.
 class BRIMPORTABLE_API MemoryAllocatorGateway {
 public:

@@ -29,6 +29,7 @@ struct Kernels {
     DecodeProgress (*decodeUtf8)(const char* src, const char* end, wchar_t* dst) noexcept;
     EncodeProgress (*encodeUtf8)(const wchar_t* src, const wchar_t* end, char* dst) noexcept;
     std::size_t (*exactUtf8Size)(const wchar_t* src, std::size_t srcLen) noexcept;
+    std::size_t (*wellFormedUtf8)(const char* src, std::size_t length) noexcept;
 
     // widths.h
     void (*widen)(const char* src, std::size_t length, wchar_t* dst) noexcept;

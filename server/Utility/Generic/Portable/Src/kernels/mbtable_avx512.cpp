@@ -121,7 +121,7 @@ BRIM_AVX512 MultibyteProgress encodeMultibyteAvx512(const MultibyteEncoding& tab
     std::size_t written = 0;
     while (read != length) {
         const std::size_t taken = std::min(kQuarter, length - read);
-        auto present = static_cast<__mmask16>(firstBits(taken));
+        const auto present = static_cast<__mmask16>(firstBits(taken));
         const __m512i units = _mm512_maskz_loadu_epi32(present, src + read);
         // Signed, so negative units are their low byte too.
         const __mmask16 narrow = _mm512_mask_cmplt_epi32_mask(present, units, _mm512_set1_epi32(0x80));

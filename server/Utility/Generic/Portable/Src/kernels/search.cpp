@@ -254,6 +254,23 @@ BRIM_AVX512 std::size_t previousPlaceAvx512(const wchar_t* text, std::size_t pla
 constexpr int kMostProbes = 3;
 Probe firstProbe(const wchar_t* pattern, std::size_t m) { return Probe(pattern, 0, m - 1, m / 2); }
 
+// Of two texts of `n` characters; `n` when they are equal.
+std::size_t firstDifference(const wchar_t* a, const wchar_t* b, std::size_t n) {
+    std::size_t i = 0;
+    for (; i + 4 <= n; i += 4) {
+        const __m128i same = _mm_cmpeq_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(a + i)),
+                                             _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + i)));
+        const auto bits = static_cast<unsigned int>(_mm_movemask_ps(_mm_castsi128_ps(same)));
+        if (bits != 0xF) {
+            return i + static_cast<unsigned int>(__builtin_ctz(~bits));
+        }
+    }
+    while (i < n && a[i] == b[i]) {
+        ++i;
+    }
+    return i;
+}
+
 // ---- Single characters ------------------------------------------------------------------------------------
 
 BRIM_AVX512 inline __mmask16 firstLanes(std::size_t count) {
@@ -290,7 +307,7 @@ BRIM_AVX512 std::size_t findCharacterAvx512(const wchar_t* text, std::size_t n, 
 }
 
 // The C library's is as fast on short texts, and not made for the widest registers.
-std::size_t findCharacter(const wchar_t* text, std::size_t n, wchar_t c) {
+[[gnu::noinline]] std::size_t findCharacter(const wchar_t* text, std::size_t n, wchar_t c) {
     constexpr std::size_t kLong = 512;
     if (n >= kLong && kernels().level == Level::avx512) {
         return findCharacterAvx512(text, n, c);
@@ -340,9 +357,8 @@ BRIM_AVX512 std::size_t findShortAvx512(const wchar_t* text, std::size_t n, cons
     const std::size_t lastBlock = places - kLanes;
     for (std::size_t at = 0;; at = std::min(at + kLanes, lastBlock)) {
         const wchar_t* const p = text + at;
-        const __mmask16 begins = _mm512_cmpeq_epi32_mask(_mm512_loadu_si512(p), first);
-        const __mmask16 both = _mm512_mask_cmpeq_epi32_mask(begins, _mm512_loadu_si512(p + m - 1), last);
-        if (both != 0) {
+        if (const __mmask16 begins = _mm512_cmpeq_epi32_mask(_mm512_loadu_si512(p), first)) {
+            const __mmask16 both = _mm512_mask_cmpeq_epi32_mask(begins, _mm512_loadu_si512(p + m - 1), last);
             const std::size_t fit = firstFitAvx512(p, both, pattern, m, kLanes);
             if (fit != kLanes) {
                 return at + fit;
@@ -439,29 +455,14 @@ std::size_t findLastByProbes(const wchar_t* text, std::size_t n, const wchar_t* 
 
 } // namespace
 
-std::size_t firstDifference(const wchar_t* a, const wchar_t* b, std::size_t n) noexcept {
-    std::size_t i = 0;
-    for (; i + 4 <= n; i += 4) {
-        const __m128i same = _mm_cmpeq_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(a + i)),
-                                             _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + i)));
-        const auto bits = static_cast<unsigned int>(_mm_movemask_ps(_mm_castsi128_ps(same)));
-        if (bits != 0xF) {
-            return i + static_cast<unsigned int>(__builtin_ctz(~bits));
-        }
-    }
-    while (i < n && a[i] == b[i]) {
-        ++i;
-    }
-    return i;
-}
-
-Borders::Borders(const wchar_t* pattern, std::size_t m) : m_pattern(pattern), m_m(m) {
-    m_lengths.growNoPreserve(m);
+void Borders::makeLengths() {
+    m_lengths.growNoPreserve(m_m);
     std::size_t* const lengths = m_lengths.data();
     lengths[0] = 0;
-    for (std::size_t i = 1; i < m; ++i) {
-        lengths[i] = next(lengths[i - 1], pattern[i]);
+    for (std::size_t i = 1; i < m_m; ++i) {
+        lengths[i] = next(lengths[i - 1], m_pattern[i]);
     }
+    m_isMade = true;
 }
 
 // Apart, so that short searches do not pay for its registers.

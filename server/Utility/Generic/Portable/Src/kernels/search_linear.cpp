@@ -19,17 +19,14 @@ public:
     explicit Reading(const wchar_t* first) : m_first(first) {}
     wchar_t operator[](std::size_t i) const { return m_first[static_cast<std::ptrdiff_t>(i) * kStep]; }
     Reading from(std::size_t i) const { return Reading(m_first + static_cast<std::ptrdiff_t>(i) * kStep); }
-    const wchar_t* first() const { return m_first; }
 
 private:
     const wchar_t* m_first;
 };
 
-// How many of `n` characters agree before the first that do not.
-std::size_t commonLength(Reading<1> a, Reading<1> b, std::size_t n) {
-    return firstDifference(a.first(), b.first(), n);
-}
-std::size_t commonLength(Reading<-1> a, Reading<-1> b, std::size_t n) {
+// How many of `n` characters agree before the first that do not: mostly few.
+template <class Text>
+std::size_t commonLength(Text a, Text b, std::size_t n) {
     std::size_t i = 0;
     while (i < n && a[i] == b[i]) {
         ++i;

@@ -234,4 +234,9 @@ std::size_t exactUtf8SizePlain(const wchar_t* src, std::size_t srcLen) noexcept;
 std::size_t exactUtf8SizeAvx2(const wchar_t* src, std::size_t srcLen) noexcept;
 std::size_t exactUtf8SizeAvx512(const wchar_t* src, std::size_t srcLen) noexcept;
 
+/// The bytes of the well-formed sequences (utf8_wellformed.h) before the first that is not.
+std::size_t wellFormedUtf8Plain(const char* src, std::size_t length) noexcept;
+std::size_t wellFormedUtf8Avx2(const char* src, std::size_t length) noexcept;
+std::size_t wellFormedUtf8Avx512(const char* src, std::size_t length) noexcept;
+
 } // namespace sup::kernels

@@ -3,6 +3,7 @@
 // the units of those that do, eight bytes at a time. The encoder makes four bytes of every unit and compacts
 // those that count, four units at a time.
 #include "kernels/utf8_runs.h"
+#include "kernels/utf8_wellformed.h"
 
 #include <cstdint>
 #include <cstring>
@@ -527,6 +528,31 @@ BRIM_AVX2 std::size_t exactUtf8SizeAvx2(const wchar_t* src, std::size_t srcLen) 
         src += kBlock;
     }
     return size + countByRule(src, end, end);
+}
+
+// ---- Well-formed text -------------------------------------------------------------------------------------
+
+BRIM_AVX2 std::size_t wellFormedUtf8Avx2(const char* src, std::size_t length) noexcept {
+    const char* const end = src + length;
+    const char* at = src;
+    __m256i before = _mm256_setzero_si256();
+    Carried carried;
+    for (; end - at >= 32; at += 32) {
+        const __m256i block = load32(at);
+        const std::uint32_t nonAscii = byteMask(block);
+        if (nonAscii != 0 || carried.expected != 0) {
+            const __m256i one = behind<1>(block, before);
+            const Sequences s = classify(block, one, nonAscii, carried);
+            const __m256i surrogates = // signed comparisons: continuation bytes are below ASCII
+                _mm256_and_si256(_mm256_cmpeq_epi8(one, bytes(0xED)), _mm256_cmpgt_epi8(block, bytes(0x9F)));
+            if ((s.wrong | (byteMask(surrogates) & nonAscii)) != 0) {
+                break;
+            }
+            carried = s.carried();
+        }
+        before = block;
+    }
+    return static_cast<std::size_t>(skipWellFormed(carried.expected != 0 ? startBefore(at) : at, end) - src);
 }
 
 } // namespace sup::kernels

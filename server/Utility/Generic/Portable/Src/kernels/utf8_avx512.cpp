@@ -3,6 +3,7 @@
 // the units of those that do. The encoder spreads every unit over four bytes and compresses those that count.
 #include "kernels/units_avx512.h"
 #include "kernels/utf8_runs.h"
+#include "kernels/utf8_wellformed.h"
 
 #include <cstdint>
 #include <immintrin.h>
@@ -687,14 +688,14 @@ BRIM_AVX512 __attribute__((noinline)) EncodeProgress encodeLong(const wchar_t* s
 // Up to 16 units, none of them a surrogate or above, are a matter of few instructions. Null, and nothing
 // written, when that is not so.
 BRIM_AVX512 inline char* encodeUpTo16(const wchar_t* src, unsigned int length, char* dst) {
-    const EncoderConstants constants = loadEncoderConstants();
     const auto present = static_cast<__mmask16>(firstBits(length));
     const __m512i units = _mm512_maskz_loadu_epi32(present, src);
-    const __mmask16 two = _mm512_cmpge_epu32_mask(units, constants.first2);
+    const __mmask16 two = _mm512_cmpge_epu32_mask(units, words(0x80));
     if (two == 0) {
         _mm_mask_storeu_epi8(dst, present, _mm512_cvtepi32_epi8(units));
         return dst + length;
     }
+    const EncoderConstants constants = loadEncoderConstants();
     if (anyFrom(constants.firstHigh, units)) {
         return nullptr;
     }
@@ -742,6 +743,52 @@ BRIM_AVX512 std::size_t exactUtf8SizeAvx512(const wchar_t* src, std::size_t srcL
         }
     }
     return size + countByRule(src, end, end);
+}
+
+// ---- Well-formed text -------------------------------------------------------------------------------------
+
+namespace {
+
+// What is wrong with a block by the strict rules: encoded surrogates, too.
+BRIM_AVX512 inline std::uint64_t malformed(const Bytes& block, const Sequences& s, const Carried& before) {
+    const __mmask64 afterED = _mm512_cmpeq_epi8_mask(block.one, bytes(0xED));
+    const std::uint64_t wrong = s.wrong | _mm512_mask_cmpge_epu8_mask(afterED, block.at, bytes(0xA0));
+    return (s.fourLeads | before.fours) == 0 ? wrong : wrong | wrongFours(block);
+}
+
+} // namespace
+
+BRIM_AVX512 std::size_t wellFormedUtf8Avx512(const char* src, std::size_t length) noexcept {
+    const char* const end = src + length;
+    const char* at = src;
+    const Constants constants = loadConstants();
+    Carried before;
+    for (; end - at >= 64; at += 64) {
+        Bytes block;
+        block.at = _mm512_loadu_si512(at);
+        const std::uint64_t nonAscii = _mm512_movepi8_mask(block.at);
+        if ((nonAscii | before.expected) == 0) {
+            continue;
+        }
+        putBehind(block, at, src);
+        const Sequences s = classify(constants, block, nonAscii, before);
+        if (malformed(block, s, before) != 0) {
+            break;
+        }
+        before = s.carried;
+    }
+    if (end - at < 64) { // nothing was malformed so far
+        const std::uint64_t present = firstBits(static_cast<unsigned int>(end - at));
+        Bytes block;
+        block.at = _mm512_maskz_loadu_epi8(present, at);
+        putBehind(block, at, src, present);
+        const Sequences s = classify(constants, block, _mm512_movepi8_mask(block.at), before);
+        // What is cut is expected where nothing is any more.
+        if (malformed(block, s, before) == 0) {
+            return length;
+        }
+    }
+    return static_cast<std::size_t>(skipWellFormed(before.expected != 0 ? startBefore(at) : at, end) - src);
 }
 
 } // namespace sup::kernels

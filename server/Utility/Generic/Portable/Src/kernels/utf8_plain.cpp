@@ -1,5 +1,6 @@
 // The level that every x86-64 processor has: blocks with SSE2, everything else by the rule.
 #include "kernels/utf8_runs.h"
+#include "kernels/utf8_wellformed.h"
 
 #include <cstdint>
 #include <cstring>
@@ -188,6 +189,41 @@ char* encodeBlock(const wchar_t* src, char* dst) {
     return encodeUpToThreeBytes(src, dst);
 }
 
+// ---- Well-formed text -------------------------------------------------------------------------------------
+
+// The bytes of complete sequences in the block, which starts with a lead byte; 0 when anything in it is
+// malformed. Reads the block only.
+unsigned int wellFormedInBlock(const char* block) {
+    const std::uint64_t nonAscii = nonAsciiMask(block);
+    if (nonAscii == 0) {
+        return kBlock;
+    }
+    const std::uint64_t continuations = maskBelow(block, 0xC0);
+    const std::uint64_t leads = nonAscii & ~continuations;
+    const std::uint64_t longLeads = nonAscii & ~maskBelow(block, 0xE0);
+    const std::uint64_t longestLeads = longLeads == 0 ? 0 : longLeads & ~maskBelow(block, 0xF0);
+    std::uint64_t malformed = continuations ^ (leads << 1 | longLeads << 2 | longestLeads << 3);
+    malformed |= maskBelow(block, 0xC2) & ~continuations;
+    if (longLeads != 0) {
+        const std::uint64_t belowA0 = maskBelow(block, 0xA0);
+        malformed |= maskEqual(block, 0xFF, 0xE0) << 1 & belowA0;
+        malformed |= maskEqual(block, 0xFF, 0xED) << 1 & ~belowA0;
+    }
+    if (longestLeads != 0) {
+        const std::uint64_t below90 = maskBelow(block, 0x90);
+        malformed |= maskEqual(block, 0xFF, 0xF0) << 1 & below90;
+        malformed |= maskEqual(block, 0xFF, 0xF4) << 1 & ~below90;
+        malformed |= nonAscii & ~maskBelow(block, 0xF5);
+    }
+    if (malformed != 0) {
+        return 0;
+    }
+    // A sequence that reaches beyond the block is left for the next one.
+    const std::uint64_t reaching = (leads & std::uint64_t{1} << 63) | (longLeads & std::uint64_t{3} << 62) |
+                                   (longestLeads & std::uint64_t{7} << 61);
+    return reaching == 0 ? kBlock : static_cast<unsigned int>(__builtin_ctzll(reaching));
+}
+
 } // namespace
 
 DecodeProgress decodeUtf8Plain(const char* src, const char* end, wchar_t* dst) noexcept {
@@ -248,6 +284,19 @@ std::size_t exactUtf8SizePlain(const wchar_t* src, std::size_t srcLen) noexcept 
         src += kEncoderBlock;
     }
     return size + countByRule(src, end, end);
+}
+
+std::size_t wellFormedUtf8Plain(const char* src, std::size_t length) noexcept {
+    const char* const end = src + length;
+    const char* at = src;
+    while (end - at >= kBlock) {
+        const unsigned int good = wellFormedInBlock(at);
+        if (good == 0) {
+            break;
+        }
+        at += good;
+    }
+    return static_cast<std::size_t>(skipWellFormed(at, end) - src);
 }
 
 } // namespace sup::kernels

@@ -79,12 +79,17 @@ inline DecodeProgress decodeByRuns(const char* block, std::uint64_t nonAscii, co
     }
 }
 
+/// The start of the character that a continuation byte at `at` would belong to.
+inline const char* startBefore(const char* at) noexcept {
+    do {
+        --at;
+    } while (isContinuation(static_cast<unsigned char>(*at)));
+    return at;
+}
+
 /// Goes back from within a character to its start. The third byte of four has given its high surrogate.
 inline DecodeProgress takeBack(const DecodeProgress& at) noexcept {
-    const char* lead = at.src - 1;
-    while (isContinuation(static_cast<unsigned char>(*lead))) {
-        --lead;
-    }
+    const char* const lead = startBefore(at.src);
     return {lead, at.src - lead == 3 ? at.dst - 1 : at.dst};
 }
 
