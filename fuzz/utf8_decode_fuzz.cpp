@@ -5,6 +5,7 @@
 #include "EncodingUTF8.h"
 #include "exact_buffer.h"
 #include "kernel_levels.h"
+#include "kernels/utf8_wellformed.h"
 #include "transcodingimplutf8.h"
 #include "utf8_model.h"
 
@@ -40,6 +41,9 @@ void runKernel(const std::string& text) {
         sup::kernels::kernelsInUse().decodeUtf8(source.data(), source.data() + text.size(), units.data());
     ASSERT_EQ(static_cast<std::size_t>(at.src - source.data()), text.size() - held.bytes.size());
     ASSERT_EQ(units.first(static_cast<std::size_t>(at.dst - units.data())), expected);
+    const char* const malformed = sup::kernels::skipWellFormed(source.data(), source.data() + text.size());
+    ASSERT_EQ(sup::kernels::kernelsInUse().wellFormedUtf8(source.data(), text.size()),
+              static_cast<std::size_t>(malformed - source.data()));
 }
 
 void decodePieces(const std::vector<std::string>& pieces, std::size_t tightRoom) {
