@@ -204,7 +204,7 @@ TEST_F(FenmemLists, LeaveNothingOfABurstAfterCompact) {
 TEST_F(FenmemLists, EndWithTheirThread) {
     constexpr std::size_t kBytes = 512 * 1024;
     const auto use = [] {
-        for (const std::size_t size : {64, 256, 1024}) {
+        for (const std::size_t size : {64U, 256U, 1024U}) {
             release(makeBlocks(kBytes / size / 3, size), size);
         }
     };

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <iterator>
 #include <random>
 #include <string>
 
@@ -36,6 +37,9 @@ template <class T>
 void expectDigits(std::uint64_t value) {
     ASSERT_EQ(writtenText<T>(sup::kDecimalRoom, [value](T* to) { return sup::writeDecimal(to, value); }),
               standardText(value, 10));
+    T room[sup::kDecimalRoom];
+    ASSERT_EQ(std::string(sup::writeDecimalBefore(std::end(room), value), std::end(room)),
+              standardText(value, 10));
     ASSERT_EQ(writtenText<T>(sup::kHexRoom, [value](T* to) { return sup::writeHex(to, value); }),
               standardText(value, 16));
 }
@@ -58,7 +62,7 @@ TYPED_TEST(NumberDigits, AroundEachPower) {
         }
     }
     for (int bit = 0; bit < 64; ++bit) {
-        for (const std::uint64_t less : {0, 1}) {
+        for (const std::uint64_t less : {0U, 1U}) {
             expectDigits<TypeParam>((std::uint64_t{1} << bit) - less);
         }
     }

@@ -78,12 +78,12 @@ inline void storeEight(wchar_t* to, std::uint64_t text) noexcept {
 
 } // namespace number_digits_details
 
-/// Writes the digits of `value` to `to`, which has room for kDecimalRoom characters, and returns their end.
+/// Writes the digits of `value` in front of `end`, where there is room for kDecimalRoom characters, and
+/// returns their beginning.
 template <class T>
-T* writeDecimal(T* to, std::uint64_t value) noexcept {
+T* writeDecimalBefore(T* end, std::uint64_t value) noexcept {
     using number_digits_details::writePair;
     constexpr std::uint64_t kEightDigits = 100'000'000;
-    T* const end = to + number_digits_details::countOfDecimalDigits(value);
     T* p = end;
     // In eight digits few divisions wait for the result of another.
     for (; value >= kEightDigits; value /= kEightDigits) {
@@ -102,10 +102,19 @@ T* writeDecimal(T* to, std::uint64_t value) noexcept {
         writePair(p, rest % 100);
     }
     if (rest >= 10) {
-        writePair(p - 2, rest);
+        p -= 2;
+        writePair(p, rest);
     } else {
-        p[-1] = static_cast<T>('0' + rest);
+        *--p = static_cast<T>('0' + rest);
     }
+    return p;
+}
+
+/// Writes the digits of `value` to `to`, which has room for kDecimalRoom characters, and returns their end.
+template <class T>
+T* writeDecimal(T* to, std::uint64_t value) noexcept {
+    T* const end = to + number_digits_details::countOfDecimalDigits(value);
+    writeDecimalBefore(end, value);
     return end;
 }
 

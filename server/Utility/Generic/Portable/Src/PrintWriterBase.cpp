@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <cwchar>
+#include <iterator>
 
 namespace sup {
 
@@ -12,16 +13,14 @@ namespace {
 constexpr std::size_t kChunk = 64;
 
 // One call of the sink, with no digits for 0.
-void writeDecimalNumber(PrintWriterBase& writer, bool negative, unsigned long magnitude) {
+void printDecimal(PrintWriterBase& writer, bool negative, unsigned long magnitude) {
     wchar_t text[1 + kDecimalRoom];
-    wchar_t* end = text;
+    wchar_t* const end = std::end(text);
+    wchar_t* p = magnitude == 0 ? end : writeDecimalBefore(end, magnitude);
     if (negative) {
-        *end++ = L'-';
+        *--p = L'-';
     }
-    if (magnitude != 0) {
-        end = writeDecimal(end, magnitude);
-    }
-    writer.addChars(text, static_cast<std::size_t>(end - text));
+    writer.addChars(p, static_cast<std::size_t>(end - p));
 }
 
 } // namespace
@@ -68,12 +67,12 @@ PrintWriterBase& PrintWriterBase::operator<<(const StringBufferBaseTemplate<wcha
 
 PrintWriterBase& PrintWriterBase::appendNumberAsDecimal(long value) {
     const auto bits = static_cast<unsigned long>(value);
-    writeDecimalNumber(*this, value < 0, value < 0 ? 0UL - bits : bits);
+    printDecimal(*this, value < 0, value < 0 ? 0UL - bits : bits);
     return *this;
 }
 
 PrintWriterBase& PrintWriterBase::appendNumberAsDecimal(unsigned long value) {
-    writeDecimalNumber(*this, false, value);
+    printDecimal(*this, false, value);
     return *this;
 }
 

@@ -439,6 +439,24 @@ BRIM_AVX2 inline char* encodeUpToTwoBytes(__m256i units, char* dst) {
     return dst + 8 + countBits(two >> 8);
 }
 
+// 32 units a step, as long as they are ASCII.
+BRIM_AVX2 inline EncodeProgress encodeAscii(EncodeProgress at, const wchar_t* end) {
+    for (; end - at.src >= 32; at.src += 32, at.dst += 32) {
+        const __m256i a = load32(at.src);
+        const __m256i b = load32(at.src + 8);
+        const __m256i c = load32(at.src + 16);
+        const __m256i d = load32(at.src + 24);
+        const __m256i all = _mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d));
+        if (_mm256_testz_si256(all, words(~0x7FU)) == 0) {
+            break;
+        }
+        // The packs take from both halves of the registers in turn.
+        const __m256i packed = _mm256_packus_epi16(_mm256_packus_epi32(a, b), _mm256_packus_epi32(c, d));
+        store32(at.dst, _mm256_permutevar8x32_epi32(packed, _mm256_set_epi32(7, 3, 6, 2, 5, 1, 4, 0)));
+    }
+    return at;
+}
+
 } // namespace
 
 // Blocks write at most four bytes beyond the room of their units and look at the unit after them: they end
@@ -446,6 +464,10 @@ BRIM_AVX2 inline char* encodeUpToTwoBytes(__m256i units, char* dst) {
 BRIM_AVX2 EncodeProgress encodeUtf8Avx2(const wchar_t* src, const wchar_t* end, char* dst) noexcept {
     EncodeProgress at{src, dst};
     while (end - at.src >= 10) {
+        at = encodeAscii(at, end);
+        if (end - at.src < 10) {
+            break;
+        }
         int blocks = 1;
         if (end - at.src >= 16) {
             const __m256i first = load32(at.src);
