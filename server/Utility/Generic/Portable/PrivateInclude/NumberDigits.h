@@ -35,24 +35,28 @@ void writePair(T* to, unsigned int pair) noexcept {
     std::memcpy(to, kDigitPairs<T>.digits[pair], 2 * sizeof(T));
 }
 
-// 10^n; 0 for 10^0, so that the number 0 has a digit.
+// Eight digits, in which few divisions wait for the result of another.
+inline constexpr std::uint64_t kEightDigits = 100'000'000;
+template <class T>
+void writeEight(T* to, std::uint64_t value) noexcept {
+    const auto eight = static_cast<std::uint32_t>(value % kEightDigits);
+    const std::uint32_t high = eight / 10000;
+    const std::uint32_t low = eight % 10000;
+    writePair(to, high / 100);
+    writePair(to + 2, high % 100);
+    writePair(to + 4, low / 100);
+    writePair(to + 6, low % 100);
+}
+
 struct PowersOfTen {
-    std::uint64_t values[kDecimalRoom] = {};
+    std::uint64_t values[kDecimalRoom] = {1};
     constexpr PowersOfTen() {
-        std::uint64_t power = 1;
         for (std::size_t n = 1; n < kDecimalRoom; ++n) {
-            values[n] = power *= 10;
+            values[n] = values[n - 1] * 10;
         }
     }
 };
 inline constexpr PowersOfTen kPowersOfTen;
-
-// 1233 / 4096 is the logarithm of 2: what it guesses is one too small or right.
-inline std::size_t countOfDecimalDigits(std::uint64_t value) noexcept {
-    const auto bits = 64U - static_cast<unsigned int>(__builtin_clzl(value | 1));
-    const std::size_t guess = bits * 1233U >> 12U;
-    return guess + (value >= kPowersOfTen.values[guess] ? 1 : 0);
-}
 
 // ---- Hexadecimal ------------------------------------------------------------------------------------------
 
@@ -78,23 +82,50 @@ inline void storeEight(wchar_t* to, std::uint64_t text) noexcept {
 
 } // namespace number_digits_details
 
+/// 10^n for n below kDecimalRoom.
+inline std::uint64_t powerOfTen(std::size_t n) noexcept {
+    return number_digits_details::kPowersOfTen.values[n];
+}
+
+/// How many digits `value` has; 0 has one.
+inline std::size_t countOfDecimalDigits(std::uint64_t value) noexcept {
+    // 1233 / 4096 is the logarithm of 2: what it guesses is one too small or right. The odd one of two
+    // neighbours has as many digits, and is not 0.
+    const auto bits = 64U - static_cast<unsigned int>(__builtin_clzl(value | 1));
+    const std::size_t guess = bits * 1233U >> 12U;
+    return guess + ((value | 1) >= powerOfTen(guess) ? 1 : 0);
+}
+
+/// The number without its sign.
+constexpr std::uint64_t magnitudeOf(std::int64_t value) noexcept {
+    const auto bits = static_cast<std::uint64_t>(value);
+    return value < 0 ? ~bits + 1 : bits;
+}
+
+/// Writes the last `count` digits of `value` in front of `end`; zeros where it has none.
+template <class T>
+void writeDigitsBefore(T* end, std::size_t count, std::uint64_t value) noexcept {
+    using namespace number_digits_details;
+    for (; count >= 8; count -= 8, value /= kEightDigits) {
+        writeEight(end -= 8, value);
+    }
+    auto rest = static_cast<std::uint32_t>(value % kEightDigits);
+    for (; count >= 2; count -= 2, rest /= 100) {
+        writePair(end -= 2, rest % 100);
+    }
+    if (count != 0) {
+        end[-1] = static_cast<T>('0' + rest % 10);
+    }
+}
+
 /// Writes the digits of `value` in front of `end`, where there is room for kDecimalRoom characters, and
 /// returns their beginning.
 template <class T>
 T* writeDecimalBefore(T* end, std::uint64_t value) noexcept {
-    using number_digits_details::writePair;
-    constexpr std::uint64_t kEightDigits = 100'000'000;
+    using namespace number_digits_details;
     T* p = end;
-    // In eight digits few divisions wait for the result of another.
     for (; value >= kEightDigits; value /= kEightDigits) {
-        const auto eight = static_cast<std::uint32_t>(value % kEightDigits);
-        const std::uint32_t high = eight / 10000;
-        const std::uint32_t low = eight % 10000;
-        p -= 8;
-        writePair(p, high / 100);
-        writePair(p + 2, high % 100);
-        writePair(p + 4, low / 100);
-        writePair(p + 6, low % 100);
+        writeEight(p -= 8, value);
     }
     auto rest = static_cast<std::uint32_t>(value);
     for (; rest >= 100; rest /= 100) {
@@ -113,7 +144,7 @@ T* writeDecimalBefore(T* end, std::uint64_t value) noexcept {
 /// Writes the digits of `value` to `to`, which has room for kDecimalRoom characters, and returns their end.
 template <class T>
 T* writeDecimal(T* to, std::uint64_t value) noexcept {
-    T* const end = to + number_digits_details::countOfDecimalDigits(value);
+    T* const end = to + countOfDecimalDigits(value);
     writeDecimalBefore(end, value);
     return end;
 }

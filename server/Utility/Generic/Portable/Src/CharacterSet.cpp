@@ -1,17 +1,10 @@
 #include "CharacterSet.h"
 
 #include "kernels/kernels.h"
+#include "kernels/targets.h"
 
 #include <immintrin.h>
 #include <iterator>
-
-#ifndef __clang__ // the undefined operands of GCC 12's own intrinsics
-#    pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#    pragma GCC diagnostic ignored "-Wuninitialized"
-#endif
-
-#define BRIM_AVX2 __attribute__((target("avx2,bmi,bmi2,popcnt")))
-#define BRIM_AVX512 __attribute__((target("avx512f,avx512bw,avx512vl,avx512dq,bmi,bmi2,popcnt")))
 
 namespace sup {
 

@@ -1,6 +1,7 @@
 #include "Utility/Generic/Portable/DireStraitsPrintWriter.h"
 
 #include "DigitsText.h"
+#include "Wraps.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -78,7 +79,7 @@ bool DireStraitsPrintWriter::isAddressReadable(const void* p, size_type length) 
     }
 }
 
-bool DireStraitsPrintWriter::isRangeReadable(const wchar_t* first, const wchar_t* last) const {
+BRIM_WRAPS bool DireStraitsPrintWriter::isRangeReadable(const wchar_t* first, const wchar_t* last) const {
     // A range that runs backwards has a length that no memory has.
     return isAddressReadable(first, static_cast<size_type>(last - first) * sizeof(wchar_t));
 }

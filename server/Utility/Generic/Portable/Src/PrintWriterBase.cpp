@@ -66,8 +66,7 @@ PrintWriterBase& PrintWriterBase::operator<<(const StringBufferBaseTemplate<wcha
 }
 
 PrintWriterBase& PrintWriterBase::appendNumberAsDecimal(long value) {
-    const auto bits = static_cast<unsigned long>(value);
-    printDecimal(*this, value < 0, value < 0 ? 0UL - bits : bits);
+    printDecimal(*this, value < 0, magnitudeOf(value));
     return *this;
 }
 

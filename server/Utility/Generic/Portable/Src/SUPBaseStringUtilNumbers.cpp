@@ -1,6 +1,7 @@
 // BaseStringUtil: numbers and booleans to text and back.
 #include "Utility/Generic/Portable/SUPBaseStringUtil.h"
 
+#include "NumberDigits.h"
 #include "UnfilledString.h"
 #include "Utility/Generic/Portable/SUPExceptionSupport.h"
 #include "Utility/Generic/Portable/SUPOS.h"
@@ -43,83 +44,16 @@ constexpr const wchar_t* kFalseWords[] = {
 
 // ---- To text ----------------------------------------------------------------------------------------------
 
-// The digits of 0 to 99.
-struct DigitPairs {
-    wchar_t digits[100][2];
-    constexpr DigitPairs() : digits() {
-        for (int i = 0; i < 100; ++i) {
-            digits[i][0] = static_cast<wchar_t>(L'0' + i / 10);
-            digits[i][1] = static_cast<wchar_t>(L'0' + i % 10);
-        }
-    }
-};
-constexpr DigitPairs kDigitPairs;
-
-void writePair(wchar_t* to, unsigned int pair) {
-    std::memcpy(to, kDigitPairs.digits[pair], 2 * sizeof(wchar_t));
-}
-
-// The last eight digits of `value`, in front of `end`.
-constexpr unsigned long kEightDigits = 100000000;
-void writeEightBefore(wchar_t* end, unsigned long value) {
-    const auto digits = static_cast<unsigned int>(value % kEightDigits);
-    const unsigned int high = digits / 10000;
-    const unsigned int low = digits % 10000;
-    writePair(end - 8, high / 100);
-    writePair(end - 6, high % 100);
-    writePair(end - 4, low / 100);
-    writePair(end - 2, low % 100);
-}
-
-constexpr int kPowers = 20;
-struct PowersOfTen {
-    unsigned long values[kPowers];
-    constexpr PowersOfTen() : values() {
-        unsigned long power = 1;
-        for (unsigned long& value : values) {
-            value = power;
-            power *= 10; // the last product is not used
-        }
-    }
-};
-constexpr PowersOfTen kPowersOfTen;
-
-unsigned int bitsOf(unsigned long value) { return 64U - static_cast<unsigned int>(__builtin_clzl(value)); }
-
-// From the bits, log10(2) being nearly 1233 / 4096: that is one too few for numbers from a power of ten on.
-unsigned int digitCount(unsigned long value) {
-    const unsigned int least = bitsOf(value | 1) * 1233 >> 12;
-    return least + (value >= kPowersOfTen.values[least] ? 1U : 0U) + (value == 0 ? 1U : 0U);
-}
-
-// The last `count` digits of `value`, in front of `end`; zeros where it has none.
-void writeDigitsBefore(wchar_t* end, unsigned int count, unsigned long value) {
-    for (; count >= 8; count -= 8, end -= 8, value /= kEightDigits) {
-        writeEightBefore(end, value);
-    }
-    auto rest = static_cast<unsigned int>(value % kEightDigits);
-    for (; count >= 2; count -= 2, rest /= 100) {
-        writePair(end -= 2, rest % 100);
-    }
-    if (count != 0) {
-        end[-1] = static_cast<wchar_t>(L'0' + rest % 10);
-    }
-}
-
 String decimal(bool negative, unsigned long magnitude) {
-    const unsigned int count = digitCount(magnitude);
-    const std::size_t length = count + (negative ? 1U : 0U);
+    const std::size_t length = sup::countOfDecimalDigits(magnitude) + (negative ? 1U : 0U);
     sup::UnfilledString text(length);
     wchar_t* const first = text.begin();
     *first = L'-';
-    writeDigitsBefore(first + length, count, magnitude);
+    sup::writeDecimalBefore(first + length, magnitude);
     return text.take(length);
 }
 
-String decimalOf(long value) {
-    const auto bits = static_cast<unsigned long>(value);
-    return decimal(value < 0, value < 0 ? 0UL - bits : bits);
-}
+String decimalOf(long value) { return decimal(value < 0, sup::magnitudeOf(value)); }
 
 bool isPlainRadix(const char* radix) { return radix[0] == '.' && radix[1] == '\0'; }
 
@@ -161,7 +95,7 @@ DoubleParts partsOf(double value) {
 
 // value * 10^power, rounded to an integer, halves to even ones; exact. The value is 2^-75 to 2^52.
 unsigned long scaled(const DoubleParts& parts, unsigned int power) {
-    const Wide product = Wide{parts.mantissa} * kPowersOfTen.values[power];
+    const Wide product = Wide{parts.mantissa} * sup::powerOfTen(power);
     const Wide unit = Wide{1} << -parts.exponent;
     const Wide fraction = product & (unit - 1);
     const auto whole = static_cast<unsigned long>(product >> -parts.exponent);
@@ -172,8 +106,8 @@ unsigned long scaled(const DoubleParts& parts, unsigned int power) {
 // Drops zeros from the end of a fraction that is not 0; `count` is the number of its digits.
 void dropZeros(unsigned long& fraction, unsigned int& count) {
     for (const unsigned int zeros : {8U, 4U, 2U, 1U}) {
-        if (fraction % kPowersOfTen.values[zeros] == 0) {
-            fraction /= kPowersOfTen.values[zeros];
+        if (fraction % sup::powerOfTen(zeros) == 0) {
+            fraction /= sup::powerOfTen(zeros);
             count -= zeros;
         }
     }
@@ -192,22 +126,22 @@ std::size_t formatUsual(double value, wchar_t (&buffer)[kDoubleRoom]) {
     if (magnitude < 1) {
         behind += (magnitude < 0.1 ? 1U : 0U) + (magnitude < 0.01 ? 1U : 0U) + (magnitude < 0.001 ? 1U : 0U);
     } else {
-        behind -= digitCount(static_cast<unsigned long>(magnitude));
+        behind -= static_cast<unsigned int>(sup::countOfDecimalDigits(static_cast<unsigned long>(magnitude)));
     }
     const DoubleParts parts = partsOf(value);
     const unsigned long digits = scaled(parts, behind);
-    const unsigned long whole = digits / kPowersOfTen.values[behind];
-    unsigned long fraction = digits % kPowersOfTen.values[behind];
+    const unsigned long whole = digits / sup::powerOfTen(behind);
+    unsigned long fraction = digits % sup::powerOfTen(behind);
 
     wchar_t* out = buffer;
     *out = L'-';
     out += parts.negative ? 1 : 0;
-    const unsigned int before = digitCount(whole);
-    writeDigitsBefore(out += before, before, whole);
+    const std::size_t before = sup::countOfDecimalDigits(whole);
+    sup::writeDigitsBefore(out += before, before, whole);
     if (fraction != 0) {
         dropZeros(fraction, behind);
         *out++ = decimalPoint();
-        writeDigitsBefore(out += behind, behind, fraction);
+        sup::writeDigitsBefore(out += behind, behind, fraction);
     }
     return static_cast<std::size_t>(out - buffer);
 }

@@ -3,6 +3,7 @@
 #include "DiagnosticOutput.h"
 #include "LoadTime.h"
 #include "Utility/Generic/Portable/SUPOS.h"
+#include "Wraps.h"
 
 #include <atomic>
 #include <cstdio>
@@ -93,7 +94,7 @@ std::uint32_t PerfTimeInterval::getIntervalTimeInSecs() const noexcept {
     return static_cast<std::uint32_t>(m_IntervalTime / g_TicksPerSecond);
 }
 
-void PerfTimeInterval::Tune() {
+BRIM_WRAPS void PerfTimeInterval::Tune() {
     // Unsigned throughout: a clock that went back gives a huge time, and so no usable factors.
     const std::uint64_t ticks = __rdtsc() - g_tuneCycle;
     const struct timeval now = wallTime();

@@ -25,14 +25,12 @@ auto StringBufferBaseTemplate<T>::appendNumberAsDecimal(unsigned int value) -> S
 
 template <class T>
 auto StringBufferBaseTemplate<T>::appendNumberAsDecimal(int value) -> StringBufferBaseTemplate& {
-    const auto bits = static_cast<unsigned int>(value);
-    return appendDecimal(32, value < 0, value < 0 ? 0U - bits : bits);
+    return appendDecimal(32, value < 0, magnitudeOf(value));
 }
 
 template <class T>
 auto StringBufferBaseTemplate<T>::appendNumberAsDecimal(long value) -> StringBufferBaseTemplate& {
-    const auto bits = static_cast<unsigned long>(value);
-    return appendDecimal(64, value < 0, value < 0 ? 0UL - bits : bits);
+    return appendDecimal(64, value < 0, magnitudeOf(value));
 }
 
 template <class T>

@@ -1,6 +1,7 @@
 #include "Utility/Generic/Portable/memoryallocatorgateway.h"
 
 #include "LoadTime.h"
+#include "Wraps.h"
 
 #include <fenmemoryallocator864.h>
 
@@ -16,7 +17,7 @@ namespace {
 // Plain globals: load time writes them before any thread of the host exists, and a later recomputation writes
 // the same values. 0 means not yet computed. The arithmetic is 32-bit and may wrap; isUsable() tells.
 struct AllocPadding {
-    static void init() {
+    BRIM_WRAPS static void init() {
         const char* const value = std::getenv("VANTA_HX_ALLOCATION_PADDING");
         const std::uint32_t padding =
             value == nullptr ? 0 : static_cast<std::uint32_t>(std::strtol(value, nullptr, 10));

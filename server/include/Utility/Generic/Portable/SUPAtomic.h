@@ -47,9 +47,9 @@ public:
     T get() const noexcept { return m_value.load(); }
     void set(T value) noexcept { m_value.store(value); }
     /// Adds one and returns the new value.
-    T increment() noexcept { return static_cast<T>(m_value.fetch_add(T{1}) + T{1}); }
+    T increment() noexcept { return ++m_value; }
     /// Subtracts one and returns the new value.
-    T decrement() noexcept { return static_cast<T>(m_value.fetch_sub(T{1}) - T{1}); }
+    T decrement() noexcept { return --m_value; }
     /// Stores `desired` if the value is `expected`; otherwise loads it into `expected`. True when it stored.
     bool compareExchange(T& expected, T desired) noexcept {
         return m_value.compare_exchange_strong(expected, desired);

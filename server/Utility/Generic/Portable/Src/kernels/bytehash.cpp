@@ -5,13 +5,11 @@
 #include "kernels/bytehash.h"
 
 #include "kernels/kernels.h"
+#include "kernels/targets.h"
 
 #include <cstring>
 #include <immintrin.h>
 #include <utility>
-
-#define BRIM_AVX2 __attribute__((target("avx2")))
-#define BRIM_AVX512 __attribute__((target("avx2,avx512f,avx512bw")))
 
 namespace sup::kernels {
 

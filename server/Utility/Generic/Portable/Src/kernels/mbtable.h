@@ -7,6 +7,7 @@
 
 #include "Utility/Generic/Portable/BrimNodeAlloc.h"
 #include "Utility/Generic/Portable/SUPExport.h"
+#include "Wraps.h"
 
 #include <array>
 #include <cstddef>
@@ -71,7 +72,7 @@ struct MultibyteProgress {
 
 /// Of a text that starts with a character, the bytes that are the first of two. `candidates` has a bit for
 /// each byte that leads when it is the first: in a run of such bytes every second one is.
-inline std::uint64_t leadsAmong(std::uint64_t candidates) noexcept {
+BRIM_WRAPS inline std::uint64_t leadsAmong(std::uint64_t candidates) noexcept {
     constexpr std::uint64_t kEven = 0x5555555555555555U;
     const std::uint64_t firsts = candidates & ~(candidates << 1);
     // The carry runs through those runs that start at an even place.

@@ -2,13 +2,12 @@
 // step, and looks them up one by one, without a branch that depends on their length. A step of the encoder
 // gathers the bytes of eight units, and moves those of four at a time together.
 #include "kernels/mbtable.h"
+#include "kernels/targets.h"
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <immintrin.h>
-
-#define BRIM_AVX2 __attribute__((target("avx2,bmi,bmi2,popcnt")))
 
 namespace sup::kernels {
 

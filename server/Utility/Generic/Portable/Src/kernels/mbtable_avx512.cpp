@@ -4,19 +4,12 @@
 // and moves them together. All reads and writes beside the tables go through masks or are whole registers
 // inside the text.
 #include "kernels/mbtable.h"
+#include "kernels/targets.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <immintrin.h>
-
-#ifndef __clang__ // the undefined operands of GCC 12's own intrinsics
-#    pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#    pragma GCC diagnostic ignored "-Wuninitialized"
-#endif
-
-#define BRIM_AVX512                                                                                          \
-    __attribute__((target("avx512f,avx512bw,avx512vl,avx512dq,avx512vbmi,avx512vbmi2,bmi,bmi2,popcnt")))
 
 namespace sup::kernels {
 

@@ -2,14 +2,13 @@
 // each row of 16; the few that are beyond the identity in a block one by one. The last step takes the last 64
 // characters, some of them again.
 #include "kernels/sbtable.h"
+#include "kernels/targets.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <immintrin.h>
-
-#define BRIM_AVX2 __attribute__((target("avx2,bmi,bmi2,popcnt")))
 
 namespace sup::kernels {
 

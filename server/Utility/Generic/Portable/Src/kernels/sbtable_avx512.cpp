@@ -2,19 +2,11 @@
 // permutations of whole registers. Whole blocks inside the text are read and written; the rest goes through
 // masks.
 #include "kernels/sbtable.h"
+#include "kernels/targets.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <immintrin.h>
-
-#ifndef __clang__ // the undefined operands of GCC 12's own intrinsics
-#    pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#    pragma GCC diagnostic ignored "-Wuninitialized"
-#endif
-
-#define BRIM_AVX512                                                                                          \
-    __attribute__((                                                                                          \
-        target("avx512f,avx512bw,avx512vl,avx512dq,avx512vbmi,avx512vbmi2,bmi,bmi2,popcnt,prfchw")))
 
 namespace sup::kernels {
 

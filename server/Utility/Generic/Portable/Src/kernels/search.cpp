@@ -1,14 +1,12 @@
 #include "kernels/search.h"
 
 #include "kernels/kernels.h"
+#include "kernels/targets.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <cwchar>
 #include <immintrin.h>
-
-#define BRIM_AVX2 __attribute__((target("avx2,bmi,bmi2,popcnt")))
-#define BRIM_AVX512 __attribute__((target("avx512f,avx512bw,avx512vl,avx512dq,bmi,bmi2,popcnt")))
 
 namespace sup::kernels {
 

@@ -1,13 +1,11 @@
 // What the loops of the AVX-512 level share. For their sources only.
 #pragma once
 
+#include "kernels/targets.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <immintrin.h>
-
-#define BRIM_AVX512                                                                                          \
-    __attribute__((                                                                                          \
-        target("avx512f,avx512bw,avx512vl,avx512dq,avx512vbmi,avx512vbmi2,bmi,bmi2,popcnt,prfchw")))
 
 namespace sup::kernels {
 

@@ -2,19 +2,13 @@
 // makes the unit of every byte that may end a character, from that byte and the three before, and compacts
 // the units of those that do, eight bytes at a time. The encoder makes four bytes of every unit and compacts
 // those that count, four units at a time.
+#include "kernels/targets.h"
 #include "kernels/utf8_runs.h"
 #include "kernels/utf8_wellformed.h"
 
 #include <cstdint>
 #include <cstring>
 #include <immintrin.h>
-
-#ifndef __clang__ // the undefined operands of GCC 12's own intrinsics
-#    pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#    pragma GCC diagnostic ignored "-Wuninitialized"
-#endif
-
-#define BRIM_AVX2 __attribute__((target("avx2,bmi,bmi2,popcnt")))
 
 namespace sup::kernels {
 

@@ -47,16 +47,21 @@ constexpr unsigned char kLeadMask[16] = {0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7
                                          0,    0,    0,    0,    0x1F, 0x1F, 0x0F, 0x07};
 constexpr unsigned char kShift[16] = {18, 18, 18, 18, 18, 18, 18, 18, 0, 0, 0, 0, 12, 12, 6, 0};
 
+// A mask of ones for 1, of zeros for 0.
+std::uint32_t onesIf(std::uint32_t bit) {
+    return static_cast<std::uint32_t>(-static_cast<std::int32_t>(bit));
+}
+
 // Decodes the characters of a block of well-formed sequences whose first bytes are the bits of `starts`,
 // without a branch on what they are: the only branch is the loop's.
 template <std::size_t kLongest>
-wchar_t* decodeStarts(const char* block, std::uint64_t starts, wchar_t* dst) {
+BRIM_WRAPS wchar_t* decodeStarts(const char* block, std::uint64_t starts, wchar_t* dst) {
     for (; starts != 0; starts &= starts - 1) {
         const auto* const p = reinterpret_cast<const unsigned char*>(block) + firstBit(starts);
         const std::uint32_t lead = p[0];
         if constexpr (kLongest == 2) {
             const std::uint32_t two = (lead & 0x1FU) << 6 | (p[1] & 0x3FU);
-            const std::uint32_t isTwo = 0U - (lead >> 7);
+            const std::uint32_t isTwo = onesIf(lead >> 7);
             *dst++ = static_cast<wchar_t>(lead ^ ((lead ^ two) & isTwo));
         } else if constexpr (kLongest == 3) {
             const std::uint32_t all =
@@ -69,7 +74,7 @@ wchar_t* decodeStarts(const char* block, std::uint64_t starts, wchar_t* dst) {
             const std::uint32_t isPair = lead >= 0xF0 ? 1 : 0;
             const std::uint32_t high =
                 static_cast<std::uint32_t>(kFirstHighSurrogate) + ((value - 0x10000U) >> 10);
-            dst[0] = static_cast<wchar_t>(value ^ ((value ^ high) & (0U - isPair)));
+            dst[0] = static_cast<wchar_t>(value ^ ((value ^ high) & onesIf(isPair)));
             // Overwritten by the next character when this one is no pair.
             dst[1] = static_cast<wchar_t>(static_cast<std::uint32_t>(kFirstLowSurrogate) + (value & 0x3FFU));
             dst += 1 + isPair;
@@ -134,7 +139,7 @@ char* encodeUpToTwoBytes(const wchar_t* src, char* dst) {
         const auto c = static_cast<std::uint32_t>(src[i]);
         const std::uint32_t two = 0x80C0U | c >> 6 | (c & 0x3FU) << 8;
         const std::uint32_t isTwo = c >= 0x80 ? 1 : 0;
-        const auto bytes = static_cast<std::uint16_t>(c ^ ((c ^ two) & (0U - isTwo)));
+        const auto bytes = static_cast<std::uint16_t>(c ^ ((c ^ two) & onesIf(isTwo)));
         std::memcpy(dst, &bytes, sizeof(bytes));
         dst += 1 + isTwo;
     }
@@ -149,8 +154,8 @@ char* encodeUpToThreeBytes(const wchar_t* src, char* dst) {
         const std::uint32_t three = 0x8080E0U | c >> 12 | (c >> 6 & 0x3FU) << 8 | (c & 0x3FU) << 16;
         const std::uint32_t isTwo = c >= 0x80 ? 1 : 0;
         const std::uint32_t isThree = c >= 0x800 ? 1 : 0;
-        std::uint32_t bytes = c ^ ((c ^ two) & (0U - isTwo));
-        bytes ^= (bytes ^ three) & (0U - isThree);
+        std::uint32_t bytes = c ^ ((c ^ two) & onesIf(isTwo));
+        bytes ^= (bytes ^ three) & onesIf(isThree);
         std::memcpy(dst, &bytes, sizeof(bytes));
         dst += 1 + isTwo + isThree;
     }

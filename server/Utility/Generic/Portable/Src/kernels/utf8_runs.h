@@ -1,6 +1,7 @@
 // What all levels do where the rules must be asked; with nothing but SSE2, which every x86-64 processor has.
 #pragma once
 
+#include "Wraps.h"
 #include "kernels/utf8.h"
 
 #include <cstddef>
@@ -39,7 +40,7 @@ inline std::uint64_t nonAsciiMask(const char* block) noexcept {
     return mask;
 }
 
-inline unsigned int countMaskBits(std::uint64_t mask) noexcept {
+BRIM_WRAPS inline unsigned int countMaskBits(std::uint64_t mask) noexcept {
     mask -= mask >> 1 & 0x5555555555555555U;
     mask = (mask & 0x3333333333333333U) + (mask >> 2 & 0x3333333333333333U);
     mask = (mask + (mask >> 4)) & 0x0F0F0F0F0F0F0F0FU;

@@ -1,11 +1,10 @@
 // The level of processors with AVX2: 32 units a step; what is left goes in one more step that overlaps the
 // one before, and texts shorter than a step by the plain loops.
+#include "kernels/targets.h"
 #include "kernels/widths.h"
 
 #include <cstdint>
 #include <immintrin.h>
-
-#define BRIM_AVX2 __attribute__((target("avx2,bmi,bmi2,popcnt")))
 
 namespace sup::kernels {
 

@@ -5,11 +5,6 @@
 #include <cstdint>
 #include <immintrin.h>
 
-#ifndef __clang__ // the undefined operands of GCC 12's own intrinsics
-#    pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#    pragma GCC diagnostic ignored "-Wuninitialized"
-#endif
-
 namespace sup::kernels {
 
 namespace {
