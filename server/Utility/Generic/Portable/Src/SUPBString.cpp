@@ -1,6 +1,7 @@
 #include "Utility/Generic/Portable/SUPBString.h"
 
 #include "CaseFolding.h"
+#include "Wraps.h"
 #include "kernels/bytehash.h"
 #include "kernels/kernels.h"
 
@@ -52,7 +53,7 @@ std::uint32_t hashOf(const unsigned char* characters, std::size_t n) {
 std::uint32_t hashOf(const char* characters, std::size_t n) {
     return kernels::hashBytes(reinterpret_cast<const unsigned char*>(characters), n);
 }
-std::uint32_t hashOf(const wchar_t* characters, std::size_t n) {
+BRIM_WRAPS std::uint32_t hashOf(const wchar_t* characters, std::size_t n) {
     std::uint32_t h = 0;
     for (std::size_t i = 0; i < n; ++i) {
         h = h * 101 + static_cast<std::uint32_t>(characters[i]);

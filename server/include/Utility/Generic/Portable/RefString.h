@@ -12,8 +12,7 @@
 
 #include <cstddef>
 
-namespace sup {
-namespace string_details {
+namespace sup::string_details {
 
 constexpr const wchar_t* kRefStringFile = L"server/include/Utility/Generic/Portable/RefString.h";
 constexpr int kRefStringFrontLine = 52;
@@ -22,8 +21,7 @@ constexpr int kRefStringIndexLine = 60;
 constexpr int kRefStringAtLine = 64;
 constexpr int kRefStringSubstrLine = 70;
 
-} // namespace string_details
-} // namespace sup
+} // namespace sup::string_details
 
 /// A view of characters: two pointers.
 template <class T>

@@ -81,7 +81,7 @@ public:
     ~SUPDOMPrintFormatTarget() override;
 
     /// Replaces the buffer's content by the bytes and a zero.
-    void writeChars(const XMLByte* bytes, const XMLSize_t count, xercesc::XMLFormatter* formatter) override;
+    void writeChars(const XMLByte* bytes, XMLSize_t count, xercesc::XMLFormatter* formatter) override;
     /// To be called once before ToBrimString(); later calls do nothing.
     void Initialize();
     /// The text up to its zero, by way of UTF-8; a lone surrogate becomes a character reference such as

@@ -96,7 +96,7 @@ StringData<T>* StringData<T>::allocateData(std::size_t n) {
     const std::size_t bytes = ((n + 1) * sizeof(T) + 7) & ~std::size_t{7};
     void* const block =
         BrimNodeAlloc::allocate(kHeaderBytes + bytes, kStringAllocationFile, kStringAllocationLine);
-    StringData* const fresh = ::new (block) StringData;
+    auto* const fresh = ::new (block) StringData;
     fresh->m_nCapacity = bytes / sizeof(T) - 1;
     fresh->setLength(0);
     fresh->m_refCount.initialize(1);

@@ -8,8 +8,7 @@
 #include <atomic>
 #include <sys/single_threaded.h>
 
-namespace sup {
-namespace atomics_linux {
+namespace sup::atomics_linux {
 
 /// Adds `delta` to a reference count. Taking a reference needs no order: the caller already holds one.
 template <class Integer>
@@ -27,7 +26,7 @@ inline void addReference(std::atomic<Integer>& count, Integer delta) noexcept {
 template <class Integer>
 inline Integer dropReference(std::atomic<Integer>& count, Integer delta) noexcept {
     if (__libc_single_threaded) {
-        const Integer left = static_cast<Integer>(count.load(std::memory_order_relaxed) - delta);
+        const auto left = static_cast<Integer>(count.load(std::memory_order_relaxed) - delta);
         count.store(left, std::memory_order_relaxed);
         return left;
     }
@@ -38,12 +37,11 @@ inline Integer dropReference(std::atomic<Integer>& count, Integer delta) noexcep
 template <class Integer>
 inline bool dropsLastReference(std::atomic<Integer>& count, Integer delta) noexcept {
     if (__libc_single_threaded) {
-        const Integer left = static_cast<Integer>(count.load(std::memory_order_relaxed) - delta);
+        const auto left = static_cast<Integer>(count.load(std::memory_order_relaxed) - delta);
         count.store(left, std::memory_order_relaxed);
         return left == 0;
     }
     return (count -= delta) == 0; // one instruction
 }
 
-} // namespace atomics_linux
-} // namespace sup
+} // namespace sup::atomics_linux

@@ -24,8 +24,7 @@ using SUPTranscodeUntranslatableCharCallback = std::size_t (*)(void* param, cons
                                                                std::size_t srcLen, char* dst,
                                                                std::size_t dstLen);
 
-namespace sup {
-namespace transcodeimpl {
+namespace sup::transcodeimpl {
 
 /// Which way a mapping row is valid.
 enum UMBMDirection : unsigned int {
@@ -102,5 +101,4 @@ struct SUPTranscodingTable {
     unsigned int nFactoryParam;
 };
 
-} // namespace transcodeimpl
-} // namespace sup
+} // namespace sup::transcodeimpl

@@ -9,8 +9,7 @@
 #include <map>
 #include <utility>
 
-namespace sup {
-namespace transcodeimpl {
+namespace sup::transcodeimpl {
 
 /// Rows of the built-in registry: 65001 UTF-8, 1200 UTF-16BE, 1201 UTF-16LE, 28591 ISO-8859-1, 28592 -2,
 /// 28593 -3, 28596 -6, 28597 -7, 285915 -15, 1252 Windows Latin-1, 38598 ISO-8859-8-i. Mind that 1200 is
@@ -48,5 +47,4 @@ private:
 /// The process-wide cache of the built-in registry, built on the first call.
 BRIMPORTABLE_API TranscoderCache* GetTranscoderCache();
 
-} // namespace transcodeimpl
-} // namespace sup
+} // namespace sup::transcodeimpl

@@ -4,6 +4,7 @@
 // one that may be short.
 #include "kernels/bytehash.h"
 
+#include "Wraps.h"
 #include "kernels/kernels.h"
 #include "kernels/targets.h"
 
@@ -17,7 +18,7 @@ namespace {
 
 constexpr std::uint32_t kFactor = 101;
 
-constexpr std::uint32_t powerOf(std::uint32_t factor, std::size_t n) {
+BRIM_WRAPS constexpr std::uint32_t powerOf(std::uint32_t factor, std::size_t n) {
     std::uint32_t power = 1;
     for (; n != 0; --n) {
         power *= factor;
@@ -120,7 +121,7 @@ BRIM_AVX512 std::uint32_t hashBytesAvx512(const unsigned char* bytes, std::size_
 
 } // namespace
 
-std::uint32_t hashBytesPlain(const unsigned char* bytes, std::size_t n) noexcept {
+BRIM_WRAPS std::uint32_t hashBytesPlain(const unsigned char* bytes, std::size_t n) noexcept {
     std::uint32_t h = 0;
     for (std::size_t i = 0; i < n; ++i) {
         h = h * kFactor + bytes[i];

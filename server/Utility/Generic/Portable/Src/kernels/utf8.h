@@ -95,7 +95,7 @@ struct EncodedCharacter {
 /// Encodes the character at `src`, which is not `end`.
 inline EncodedCharacter encodeCharacter(const wchar_t* src, const wchar_t* end) noexcept {
     const auto tag = [](char32_t bits, unsigned int mark) { return static_cast<char>(bits | mark); };
-    char32_t c = static_cast<char32_t>(*src);
+    auto c = static_cast<char32_t>(*src);
     std::size_t consumed = 1;
     if (c < 0x80) {
         return {{static_cast<char>(c)}, 1, 1};
@@ -141,7 +141,7 @@ struct CountedCharacter {
     std::size_t consumed;
 };
 inline CountedCharacter countCharacter(const wchar_t* src, const wchar_t* end) noexcept {
-    const char32_t c = static_cast<char32_t>(*src);
+    const auto c = static_cast<char32_t>(*src);
     if (c < 0x800) {
         return {c < 0x80 ? 1U : 2U, 1};
     }

@@ -89,7 +89,7 @@ constexpr unsigned int kManyWrong = 4;
 // Decodes at least a character from `block`, which has kReadAhead bytes; `dst` has room for a unit a byte.
 // The fast way is for well-formed sequences and encoded surrogates, which every rule decodes alike; it ends
 // at the first place that is anything else, and the rule takes one character there.
-DecodeProgress decodeBlock(const char* block, const char* end, wchar_t* dst) {
+BRIM_WRAPS DecodeProgress decodeBlock(const char* block, const char* end, wchar_t* dst) {
     const std::uint64_t nonAscii = nonAsciiMask(block);
     if (countMaskBits(nonAscii) < kFewBytes) {
         return decodeByRuns(block, nonAscii, end, dst);
