@@ -20,12 +20,14 @@
 
 namespace memalloc {
 
-/// The allocator library's functions, as the dynamic linker has found them: the way of BrimNodeAlloc, whose
-/// requests are too many for a call in between. g_allocate returns null when the allocator refuses.
+/// The types of the allocator library's functions.
 using AllocateFunction = void* (*)(std::size_t size, const char* file, int line) noexcept;
 using FreeFunction = void (*)(void* p, std::size_t size) noexcept;
 
+/// The allocator library's function, as the dynamic linker has found it: the way of BrimNodeAlloc, whose
+/// requests are too many for a call in between. Null when the allocator refuses.
 extern BRIMPORTABLE_API const AllocateFunction g_allocate;
+/// Its counterpart; `size` is the size that was requested, null is ignored.
 extern BRIMPORTABLE_API const FreeFunction g_free;
 
 /// Blocks from the allocator library, and its settings for the calling thread.
